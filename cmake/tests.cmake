@@ -1,0 +1,32 @@
+# GoogleTest from the sources Debian ships, built with our flavour's flags
+# so the same suites run optimised, sanitized and 32-bit.
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+include(GoogleTest)
+
+# One executable per test file, so one suite's build trouble stays its own.
+file(GLOB XB_TESTS_SRC CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/*.cpp)
+file(GLOB XB_TEST_SUPPORT CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/support/*.cpp)
+add_library(xbtestsupport STATIC ${XB_TEST_SUPPORT})
+target_link_libraries(xbtestsupport PUBLIC xbfiles_static GTest::gtest)
+target_include_directories(xbtestsupport PUBLIC ${CMAKE_SOURCE_DIR}/tests/support)
+target_compile_definitions(xbtestsupport PUBLIC
+  XB_FIXTURES="${CMAKE_SOURCE_DIR}/../shared/fixtures"
+  XB_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+foreach(src ${XB_TESTS_SRC})
+  get_filename_component(name ${src} NAME_WE)
+  add_executable(${name} ${src})
+  target_link_libraries(${name} PRIVATE xbtestsupport GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES ENVIRONMENT "XB_BUILD_DIR=${CMAKE_BINARY_DIR}")
+endforeach()
+
+# The shared object may need only libc and libm, and may export only the
+# library's own names. Sanitizer runtimes would add NEEDED entries, so the
+# check runs in the plain builds.
+if(NOT XB_FLAVOR STREQUAL "asan")
+  add_test(NAME so_needs_and_exports
+    COMMAND bash ${CMAKE_SOURCE_DIR}/tests/check_so.sh $<TARGET_FILE:xbfiles>)
+endif()
+

@@ -1,0 +1,164 @@
+// xbtest.cpp - the shared test helpers.
+#include "xbtest.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace xbt {
+
+TempDir::TempDir() {
+    char tmpl[] = "/tmp/xbtest.XXXXXX";
+    char *d = mkdtemp(tmpl);
+    if (d) dir_ = d;
+}
+
+TempDir::~TempDir() {
+    if (!dir_.empty()) {
+        std::string cmd = "rm -rf '" + dir_ + "'";
+        if (std::system(cmd.c_str()) != 0) {
+        }
+    }
+}
+
+void LibTest::SetUp() {
+    ASSERT_FALSE(tmp_.dir().empty());
+    ASSERT_EQ(DBInitialize(64, 1), 0);
+}
+
+void LibTest::TearDown() { DBTerminate(); }
+
+std::string fixturePath(const std::string &name) { return std::string(XB_FIXTURES) + "/" + name; }
+
+std::string LibTest::fixture(const std::string &name) const {
+    std::string dst = path(name);
+    writeFile(dst, readFile(fixturePath(name)));
+    return dst;
+}
+
+std::vector<uint8_t> readFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+void writeFile(const std::string &path, const std::vector<uint8_t> &bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+void writeFile(const std::string &path, const std::string &bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+bool fileExists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
+
+long fileSize(const std::string &path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 ? static_cast<long>(st.st_size) : -1;
+}
+
+std::string run(const std::string &cmd, int *status) {
+    std::string out;
+    FILE *p = popen(cmd.c_str(), "r");
+    if (!p) {
+        if (status) *status = -1;
+        return out;
+    }
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    int rc = pclose(p);
+    if (status) *status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    return out;
+}
+
+std::vector<std::string> readLines(const std::string &path) {
+    std::vector<std::string> lines;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line)) lines.push_back(line);
+    return lines;
+}
+
+ChildLock::ChildLock(const std::string &path, uint32_t start, uint32_t len, short type) {
+    int up[2], down[2];
+    if (pipe(up) != 0) return;
+    if (pipe(down) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+        close(up[0]);
+        close(down[1]);
+        char r = 'n';
+        int fd = open(path.c_str(), O_RDWR);
+        if (fd >= 0) {
+            struct flock fl {};
+            fl.l_type = (type == F_WRLCK_VALUE) ? F_WRLCK : F_RDLCK;
+            fl.l_whence = SEEK_SET;
+            fl.l_start = static_cast<off_t>(start);
+            fl.l_len = static_cast<off_t>(len);
+            if (fcntl(fd, F_SETLK, &fl) == 0) r = 'y';
+        }
+        if (write(up[1], &r, 1) != 1) _exit(1);
+        char c;
+        while (read(down[0], &c, 1) > 0) {
+        }
+        _exit(0);
+    }
+    close(up[1]);
+    close(down[0]);
+    pipe_ = down[1];
+    char r = 'n';
+    if (pid_ > 0 && read(up[0], &r, 1) == 1) ok_ = (r == 'y');
+    close(up[0]);
+}
+
+ChildLock::~ChildLock() {
+    if (pipe_ >= 0) close(pipe_);
+    if (pid_ > 0) waitpid(pid_, nullptr, 0);
+}
+
+LockSeen probeLock(const std::string &path, uint32_t start, uint32_t len) {
+    LockSeen seen;
+    int up[2];
+    if (pipe(up) != 0) return seen;
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(up[0]);
+        int64_t msg[3] = {0, 0, 0};
+        int fd = open(path.c_str(), O_RDONLY);
+        if (fd >= 0) {
+            struct flock fl {};
+            fl.l_type = F_WRLCK;
+            fl.l_whence = SEEK_SET;
+            fl.l_start = static_cast<off_t>(start);
+            fl.l_len = static_cast<off_t>(len);
+            if (fcntl(fd, F_GETLK, &fl) == 0 && fl.l_type != F_UNLCK) {
+                msg[0] = 1;
+                msg[1] = fl.l_start;
+                msg[2] = fl.l_len;
+            }
+        }
+        if (write(up[1], msg, sizeof msg) != sizeof msg) _exit(1);
+        _exit(0);
+    }
+    close(up[1]);
+    int64_t msg[3] = {0, 0, 0};
+    if (pid > 0 && read(up[0], msg, sizeof msg) == sizeof msg) {
+        seen.blocked = msg[0] != 0;
+        seen.start = msg[1];
+        seen.len = msg[2];
+    }
+    close(up[0]);
+    if (pid > 0) waitpid(pid, nullptr, 0);
+    return seen;
+}
+
+}  // namespace xbt
