@@ -311,7 +311,8 @@ DBAPI int DBosOpenFile(int *fd, char *path, int mode, DBOMODE *m);
 DBAPI int DBosCloseFile(int fd);
 /* Read len bytes; any count other than len is -202. */
 DBAPI int DBosReadData(int fd, void *buf, int len);
-/* Write len bytes; a short write is -201 (not logged). */
+/* Write len bytes; a short write is -201 (not logged). With flush set the
+ * result is DBosFlushFile's: DBerrno as the caller left it. */
 DBAPI int DBosWriteData(int fd, void *buf, int len, int16_t flush);
 /* Absolute seek; landing elsewhere is -204 (not logged). */
 DBAPI int DBosSetFilePosition(int fd, int32_t offset);
@@ -325,11 +326,15 @@ DBAPI int DBosFileLength(int fd, int32_t *len);
 DBAPI int DBosEndOfFile(int fd, char *eof);
 /* Grow with zero bytes (pieces of at most 1024) or cut the file. */
 DBAPI int DBosSetFileSize(int fd, int32_t size);
-/* Writes reach the system at once: returns DBerrno. */
+/* Writes reach the system at once, so nothing is flushed: returns DBerrno
+ * as the caller left it. */
 DBAPI int DBosFlushFile(int fd);
 /* Byte-range lock: type 0 exclusive, 2 shared, anything else unlock. Tried
  * DBlock_retry times, each refusal followed by a one-second sleep (one try,
- * no sleep, for 0). start and len are unsigned 32-bit file addresses. */
+ * no sleep, for 0). start and len are unsigned 32-bit file addresses. A
+ * full lock table refuses an exclusive lock with -260 before the system is
+ * asked. On success the result is DBerrno as the caller left it: clear it
+ * first (every public table call does). */
 DBAPI int DBosLockData(int fd, int type, int32_t start, int32_t len);
 /* 1 when the process lock table holds exactly this exclusive lock. */
 DBAPI int DBosTestLock(int fd, int32_t start, int32_t len);
@@ -402,24 +407,89 @@ DBAPI int DBIsNamedBlank(int handle, char *name);
  * flag). Rewrites the caller's array: names upper-cased, fixed lengths set. */
 DBAPI int DBCreateFile(char *filename, int nfields, DBFIELD *fields, int mode);
 
-/* Locks between processes, at the addresses of the table's style. */
+/* Locks between processes. Every lock is an exclusive (or, for the ReadLock
+ * calls, shared) advisory byte-range lock at the addresses the table's
+ * dialect uses, chosen by its style, the header's production-index byte and
+ * the DB_SAMBA / DB_XHARBOUR switches, so that other xBase programs sharing
+ * the file see it. Each lock is tried as DBSetLockRetryCount says (one try
+ * without sleeping by default). A refused lock returns -237 (EACCES), -238
+ * (EDEADLK) or errno | DB_SYSERR (EAGAIN and the rest) and changes nothing;
+ * a full process lock table (DBSetLockCount) gives -260 before the system is
+ * asked; a bad handle gives -213. DBFILEINFO.lockt shows the lock bits
+ * (1 record, 2 header, 8 append; exactly 4 for the file lock) and numlcks
+ * the number of locks the table holds. */
+
+/* Lock the whole table. Nothing when the file lock is already held;
+ * otherwise every other lock of the table is released first (so a refused
+ * file lock leaves the table holding none), then the file range is locked
+ * and the header reread (rereads before each call stop while it is held). */
 DBAPI int DBLockFile(int handle);
+/* Lock the header (needed to append or to write the header in a shared
+ * table) and reread it. Nothing when the file or header lock is held. */
 DBAPI int DBLockHeader(int handle);
+/* Lock the table for appending and reread the header. Nothing when the file
+ * or header lock is held; a second call takes and counts a second lock. */
 DBAPI int DBLockAppend(int handle);
+/* Lock record recno (1 and up; -204 below 1) of a shared table. Without
+ * DBO_MULTILOCK any lock the table holds, of any kind, is released first,
+ * so one record lock at a time is the default. Nothing when the file lock or
+ * this record's lock is held. Returns 0 and does nothing on a table not
+ * opened DBO_SHARED. */
 DBAPI int DBLockRecord(int handle, int32_t recno);
+/* Release record recno's lock if this table holds it (0 otherwise, and on a
+ * table not opened shared). */
 DBAPI int DBUnLockRecord(int handle, int32_t recno);
+/* Release the header lock if held; a shared table then rereads its header
+ * before each use again. Records appended under the lock in a buffered
+ * table are still in its cache: write them with DBFlushFile before the
+ * release, or another process appends over them. */
 DBAPI int DBUnLockHeader(int handle);
+/* Release every lock the table holds, exclusive and shared (read) locks
+ * alike; lock bits and count become 0. Closing a table that holds
+ * exclusive locks does the same. */
 DBAPI int DBUnLockAll(int handle);
-/* 1 when this process holds the record's lock, else 0. */
+/* 1 when this process holds record recno's exclusive lock through this
+ * table, else 0 (always 0 on a table not opened shared); DBerrno is left at
+ * 0. -213 for a bad handle. */
 DBAPI int DBIsRecordLocked(int handle, int32_t recno);
+/* Shared (read) locks on the file, header or record range: other processes
+ * may read-lock the same bytes but not lock them exclusively. They set no
+ * lock bits and are not counted; they are released only by DBUnLockAll (and
+ * so by DBLockFile, by the implicit release of DBLockRecord, and by closing
+ * the table). A read lock on bytes the table already holds exclusively, or
+ * while it holds the file lock, is not taken (it would weaken the
+ * exclusive lock) and returns 0. DBReadLockRecord does nothing on a table
+ * not opened shared and gives -204 for recno below 1. At most 256 read
+ * locks are held at once in the process: -260 beyond. */
 DBAPI int DBReadLockFile(int handle);
 DBAPI int DBReadLockHeader(int handle);
 DBAPI int DBReadLockRecord(int handle, int32_t recno);
-/* Up to max entries of the locks held on the table; *count receives the
- * number of locks held. */
+/* The exclusive locks the table holds, in the order they were taken: for
+ * each, type (DBLK_FILE, DBLK_HEADER, DBLK_APPEND or DBLK_RECORD) and, for
+ * a record lock, its record number (0 when the style's scheme does not tell
+ * records apart, as xHarbour's FoxPro scheme). Where the header and append
+ * locks are the same bytes, the first such lock is reported as the header
+ * lock when one is held. Up to max entries are stored in list (which may be
+ * NULL when max is 0); *count receives the number held, which may exceed
+ * max. Read locks are not listed. -221 for a NULL count (or a NULL list
+ * with max above 0), -213 for a bad handle. */
 DBAPI int DBGetLockInfo(int handle, DBFILELOCKS *list, int max, int *count);
 
-/* Remove deleted records; the table is reopened and its handle stored back. */
+/* Remove the records marked deleted. The active records are copied in order
+ * into a new table of the same fields and style ("<dir><n>.DBF", the first n
+ * from 0 whose file does not exist), the old file is kept as the backup
+ * "<dir><base>.BAK" (an older backup is replaced), the new file takes the
+ * old name, and the table is reopened there with its style, DBO_FLUSH if it
+ * was opened write-through or unbuffered, and DBO_SHARED if it was shared
+ * (other open bits and all locks are not carried over); the new handle is
+ * stored through *handle, and the cache size is kept. A shared table is
+ * file-locked for the copy. Memo files and indexes are not touched: rebuild
+ * indexes afterwards. -221 for a NULL handle pointer, -213 for a bad
+ * handle, -236 for a read-only table; a style-10 table, or fields that
+ * DBCreateFile cannot create in the table's style, give DBCreateFile's
+ * status. Any failure before the old file is renamed leaves the table open,
+ * unchanged and holding no locks, and removes the new file; a failure while
+ * renaming or reopening can leave the old file under the backup name. */
 DBAPI int DBPackFile(int *handle);
 
 /* ------------------------------------------------------------------------
@@ -466,37 +536,131 @@ DBAPI int DBGetTableInfo(int *rows, int *longest);
 /* ------------------------------------------------------------------------
  * Dates: styles 1..15 (4 = "yyyymmdd"), day numbers from 1 (1 Jan 1) to
  * 3652059 (31 Dec 9999) by the average year of 365.2425 days.
+ *
+ * A day number is not a true day count: each year starts at the whole days
+ * in (year - 1) average years, so some 31 December shares its number with
+ * the next 1 January (31 Dec 2024 and 1 Jan 2025 are both 739251) and a few
+ * numbers belong to no date. Index keys hold these numbers unchanged.
+ * Date strings travel in caller buffers of 11 bytes (10 characters and the
+ * NUL); day and month names need 10, style names 23. Statuses: -221 for a
+ * NULL pointer, -215 for a bad date, wrong length, missing separator or
+ * bad name number, -212 for a style outside 1..15; failures are logged
+ * unless said otherwise. Functions built from two steps stop at the first
+ * negative status and return it, logging it once more under their own
+ * name. The month-length table DBdpm is rewritten (entry 2) by every
+ * leap-year test.
  * ------------------------------------------------------------------------ */
+
+/* Date triple to day number in *day. The triple is valid when year is
+ * 0..9999, month 1..12 and day_of_month within the month (year 0 counts as
+ * leap). 0, -221 (day NULL), -215 (invalid triple). */
 DBAPI int DBDate3ToLong(int32_t *day, int year, int month, int day_of_month);
+/* Date triple to a date string in style 1..15 ("yy" is the year modulo
+ * 100; style 3 prints the day of the year). The triple is checked before
+ * the style. 0, -221, -215, -212. */
 DBAPI int DBDate3ToStr(char *out, int style, int year, int month, int day);
+/* Today's local date: year, month 1..12, day, day of the week (0 =
+ * Sunday). 0, -221 when any output is NULL. */
 DBAPI int DBGetDate3(int *year, int *month, int *day, int *dow);
+/* 1 when year is a leap year (Gregorian rule), else 0. Sets DBdpm[2] to 29
+ * or 28; leaves DBerrno alone. */
 DBAPI int DBIsLeapYear(int year);
+/* Days in month 1..12 of year 1..9999 into *days. Only February tests the
+ * year. 0, -221, -215 (year or month out of range). */
 DBAPI int DBDaysInMonth(int *days, int year, int month);
+/* Day of the week of day number 1..3652059: daynum modulo 7, 0 = Sunday
+ * (day 1 is a Monday). 0, -221, -215 (out of range). */
 DBAPI int DBLongDateToDayOfWeek(int *dow, int32_t daynum);
+/* Day number 1..3652059 to a triple. A number shared by a 31 December and
+ * the next 1 January gives the 1 January; a number that belongs to no date
+ * gives -215. 0, -221 (any output NULL), -215. */
 DBAPI int DBLongDateTo3(int *year, int *month, int *day, int32_t daynum);
+/* Day number to a date string in style 1..15: DBLongDateTo3, then
+ * DBDate3ToStr. Their statuses. */
 DBAPI int DBLongDateToStr(char *out, int style, int32_t daynum);
+/* The date-string parser. Leading blanks are skipped; an empty or blank
+ * text, or one of only separators and blanks, is the blank date: 0, 0, 0
+ * with the warning 202 (not logged). Otherwise the whole text, leading
+ * blanks included, must have the style's length (6..8 for two-digit-year
+ * styles, 8..10 for four-digit ones, exactly 8 for styles 3 and 4, 6 for
+ * style 5); separated styles lose every blank, take "\" for "/" in styles
+ * 1..3 only, and accept one-digit pieces. Two-digit years 0..99 are 2000..
+ * 2099 (no pivot). 0, 202, -221, -212 (style), -215 (length, separator or
+ * invalid date); the outputs hold what was read even when the date is
+ * refused. */
 DBAPI int DBStrDateTo3(int *year, int *month, int *day, char *text, int style);
+/* Date string to day number: DBStrDateTo3, then DBDate3ToLong. A blank
+ * date gives -215. 0, -221, -212, -215. */
 DBAPI int DBStrDateToLong(int32_t *day, char *text, int style);
+/* Date string to its day of the week (0 = Sunday): DBStrDateToLong, then
+ * DBLongDateToDayOfWeek. 0, -221, -212, -215 (also for a blank date). */
 DBAPI int DBStrDateToIntDayWeek(int *dow, char *text, int style);
+/* Date string to the name of its day of the week ("Sunday".."Saturday",
+ * name holds 10 bytes). 0, -221, -212, -215 (also for a blank date). */
 DBAPI int DBStrDateToDayOfWeek(char *name, char *text, int style);
+/* Date string to the name of its month ("January".."December", name holds
+ * 10 bytes). 0, -221, -212, -215 (also for a blank date). */
 DBAPI int DBStrDateToMonth(char *name, char *text, int style);
+/* A date string from instyle to outstyle: DBStrDateTo3, then DBDate3ToStr.
+ * 0, -221, -212, -215 (also for a blank date). */
 DBAPI int DBConvertDateStr(char *out, int outstyle, char *in, int instyle);
+/* The name of day of the week 0..6 (0 = "Sunday"; name holds 10 bytes).
+ * 0, -221, -215 (dow out of range). */
 DBAPI int DBDayOfWeek(char *name, int dow);
+/* Absolute difference in day numbers of two date strings, each in its own
+ * style. The output is checked first. 0, -221, -212, -215 (also for a
+ * blank date). */
 DBAPI int DBDaysBetweenStr(int32_t *days, char *text1, int style1, char *text2, int style2);
+/* Today's local date as a date string in style 1..15. 0, -221, -212. */
 DBAPI int DBGetDateStr(char *out, int style);
+/* 1 when the year of a date string is a leap year, else 0; the parser's
+ * negative status when the text is refused. A blank date has year 0 and
+ * gives 1 (DBerrno then holds 202). */
 DBAPI int DBIsStrLeapYear(char *text, int style);
+/* The name of month 1..12 ("January".."December"; name holds 10 bytes).
+ * 0, -221, -215 (month out of range). */
 DBAPI int DBMonthToStr(char *name, int month);
+/* Days in the month of a date string: DBStrDateTo3, then DBDaysInMonth.
+ * 0, -221, -212, -215 (also for a blank date, whose year 0 is refused). */
 DBAPI int DBDaysInMonthStr(int *days, char *text, int style);
+/* Make style 1..15 the default date style (DBdate_style): 0, DBerrno left
+ * alone. Any other style: -212 in DBerrno, not logged, default unchanged. */
 DBAPI int DBSetDefaultDateStyle(int style);
+/* The default date style and its name ("Gregorian (mm/dd/yy)" ..., name
+ * holds 23 bytes): 0, DBerrno left alone. -221 for a NULL output and -212
+ * when DBdate_style names no style (before DBInitialize; name is then
+ * empty), both stored in DBerrno and not logged. */
 DBAPI int DBGetDefaultDateStyle(int *style, char *name);
+/* The status DBStrDateTo3 gives for the text: 0, 202 (blank date), -221,
+ * -212 or -215. */
 DBAPI int DBIsValidDateStr(char *text, int style);
 
-/* Times: style 1 "hh:mm:ss", style 2 "hhmm". */
+/* ------------------------------------------------------------------------
+ * Times: style 1 "hh:mm:ss" (8 characters), style 2 "hhmm" (4 characters,
+ * seconds 0). Time texts travel in caller buffers of 9 bytes. Statuses:
+ * -221 for a NULL pointer, -216 for a bad time, -212 for a style other
+ * than 1 or 2; failures are logged.
+ * ------------------------------------------------------------------------ */
+
+/* Hour 0..23, minute 0..59, second 0..59 to a time text. The time is
+ * checked before the style. 0, -221, -216, -212. */
 DBAPI int DBTime3ToStr(char *out, int style, int hour, int minute, int second);
+/* The local time of day; hundredths is always 0. 0, -221 when any output
+ * is NULL. */
 DBAPI int DBGetTime3(int *hour, int *minute, int *second, int *hundredths);
+/* Time text to a triple. The text is accepted only when it is exactly the
+ * canonical print of the values read ("09:05:00", "0930"); in style 1 a
+ * leading blank may stand for the hour's leading zero. The outputs hold
+ * what was read even when the text is refused. 0, -221, -212, -216 (wrong
+ * length, missing colon, not canonical, out of range). */
 DBAPI int DBStrTimeTo3(int *hour, int *minute, int *second, char *text, int style);
+/* Absolute difference in seconds between two time texts, each in its own
+ * style. Both texts are parsed before the output is checked, so a bad text
+ * is reported even with a NULL output. 0, -216, -212, then -221. */
 DBAPI int DBSecondsBetweenStr(int32_t *seconds, char *text1, int style1, char *text2, int style2);
+/* The local time of day as a time text in style 1 or 2. 0, -221, -212. */
 DBAPI int DBGetTimeStr(char *out, int style);
+/* The status DBStrTimeTo3 gives for the text: 0, -221, -212 or -216. */
 DBAPI int DBIsValidTimeStr(char *text, int style);
 
 #ifdef __cplusplus

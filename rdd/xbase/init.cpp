@@ -94,11 +94,14 @@ extern "C" DBAPI int DBInitialize(int maxfiles, char datestyle) {
 extern "C" DBAPI void DBTerminate(void) {
     for (int h = 0; DBbase.p && h < DBbase.smf; h++) {
         const int type = DBbase.p[h].s;
-        if (type <= 0 || type >= DBNUMPKTTYPES || !DBclose[type]) continue;
-        DBerrno = 0;
-        DBclose[type](h);
-        // A close that failed leaves its slot; termination frees it anyway
-        // so that nothing the library allocated outlives it.
+        if (type <= 0) continue;
+        if (type < DBNUMPKTTYPES && DBclose[type]) {
+            DBerrno = 0;
+            DBclose[type](h);
+        }
+        // A close that failed, or a packet whose family registered no close,
+        // leaves its slot; termination frees it anyway so that nothing the
+        // library allocated outlives it.
         if (DBbase.p[h].s != 0) {
             auto *hdr = static_cast<DBPKTHDR *>(DBbase.p[h].p);
             if (hdr && hdr->dh >= 0) close(hdr->dh);
