@@ -524,13 +524,67 @@ DBAPI int DBxbPackMemo(int dbf, int *memo);
 
 /* ------------------------------------------------------------------------
  * Key-expression evaluator
+ *
+ * An expression is a flat sequence of terms joined by "+" or "-", with no
+ * spaces, parentheses for grouping or quoted literals. A term is a field
+ * name, a number (digits and "."), any other text of up to 10 characters
+ * (taken as that text), a host-registered function, or a built-in: DTOC(d)
+ * and DTOC(d,1) (yyyymmdd), LEFT(s,n), RIGHT(s,n)/RIGH(, PADR(s,n),
+ * UPPER(s), LOWE(s), STR(x[,width[,decimals]]) ("%width.decimalslf",
+ * default 10 and 0), SUBSTR(s,start[,count])/SUBST(/SUBS(. UPPE( lower-cases
+ * and LOWER( upper-cases, as the xBase originals do. Strings joined by "+"
+ * or "-" are concatenated; numbers are added or subtracted; a date, logical
+ * or memo term after the first term is skipped.
  * ------------------------------------------------------------------------ */
+
+/* Evaluate expr against the current record of table into *out: etyp 'C'
+ * (eval a NUL-terminated string of elen bytes), 'N' or 'F' (eval a double,
+ * elen 8), 'D' (a date string in the default style), 'L' or 'M' (a first
+ * term of that type), or ' ' with an empty string for an empty expression.
+ * The caller owns out->eval and frees it with DBFreeMemory. Statuses: 0;
+ * -221 NULL expr or out; -213 bad table handle; -207 bad expression (mixed
+ * strings and numbers, wrong argument type, missing argument or ")", a
+ * token over 10 characters, a value over 32767 bytes); -203 no memory; a
+ * date conversion's or a host function's own negative status; -212 when
+ * called from inside a host function. On failure out->eval is NULL. */
 DBAPI int DBEvaluateStr(int32_t table, char *expr, DBEVAL *out);
+
+/* For host functions: evaluate the one term at the cursor (t->xprsn) and
+ * leave it in the DBEVALTEMP, fval being a fresh block the function owns
+ * (free it with DBFreeMemory, or hand it back as its result). Statuses: as
+ * DBEvaluateStr; -212 outside an evaluation. */
 DBAPI int DBProcessTable(void);
+
+/* For host functions: step over the character at the cursor (the "," before
+ * an argument) and read the integer up to the next "," or ")", leaving the
+ * cursor on that separator. -207 when there is no separator, the argument
+ * is empty or outside -32768..32767; -221 NULL out; -212 outside an
+ * evaluation. */
 DBAPI int DBGetValue(int16_t *out);
+
+/* Register f under name (matched byte for byte, and as a prefix: end names
+ * with "(" so that they cannot swallow field names). Host functions are
+ * tried before built-ins and fields. f is called with the cursor just past
+ * the name; it evaluates its arguments with DBProcessTable and DBGetValue,
+ * steps over its ")", leaves a fresh DBAllocateMemoryLog block, its type and
+ * flen in the DBEVALTEMP and returns 0, or returns a negative status (then
+ * anything left in fval stays the function's). 211 when a registered name
+ * begins name (nothing changes); -221 NULL name or f; -207 empty name;
+ * -203 no memory. */
 DBAPI int DBAddParseEntry(char *name, DBPTEF f);
+
+/* Remove the function registered under name. 204 when there is none; -221
+ * NULL name. */
 DBAPI int DBDeleteParseEntry(char *name);
+
+/* Copy the name of registered function number row (0 up, sorted by name)
+ * into name (longest + 1 bytes, see DBGetTableInfo). 203 when row is not
+ * below the number of rows; -221 NULL name. */
 DBAPI int DBGetEntryStr(char *name, int row);
+
+/* Number of registered functions into *rows and the length of the longest
+ * name into *longest. 202 (and *longest untouched) when there are none;
+ * -221 for a NULL pointer. */
 DBAPI int DBGetTableInfo(int *rows, int *longest);
 
 /* ------------------------------------------------------------------------

@@ -136,7 +136,8 @@ public:
     int alloc(size_t count, const char *src, int line) {
         reset();
         void *v = nullptr;
-        int rc = DBAllocateMemoryLog(&v, count * sizeof(T) ? count * sizeof(T) : 1, src, line);
+        const size_t bytes = count * sizeof(T);
+        int rc = DBAllocateMemoryLog(&v, bytes != 0 ? bytes : 1, src, line);
         if (rc != 0) return rc;
         std::memset(v, 0, count * sizeof(T));
         p_ = static_cast<T *>(v);

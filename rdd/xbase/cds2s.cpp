@@ -1,0 +1,15 @@
+// cds2s.cpp - a date string from one style to another.
+#include "date.h"
+
+namespace {
+constexpr DBSite here{"rdd/xbase/cds2s"};
+}
+
+extern "C" DBAPI int DBConvertDateStr(char *out, int outstyle, char *in, int instyle) {
+    int y = 0, m = 0, d = 0;
+    int rc = DBStrDateTo3(&y, &m, &d, in, instyle);
+    if (rc < 0) return here.fail(rc, __LINE__);
+    rc = DBDate3ToStr(out, outstyle, y, m, d);
+    if (rc < 0) return here.fail(rc, __LINE__);
+    return _DBStatus(rc);
+}
