@@ -343,68 +343,177 @@ DBAPI int DBosTestLock(int fd, int32_t start, int32_t len);
  * DBF tables
  * ------------------------------------------------------------------------ */
 
-/* Open a table. mode: style (low byte) | DBO_* bits. 207 when the file
- * length disagrees with the header (the table is open). */
+/* Open a table. mode: the style (low byte, 0..10; 0 is kept as 1) | DBO_*
+ * bits. DBO_AUTOLOCK adds DBO_FLUSH and DBO_SHARED (and is dropped again
+ * with DBO_READONLY); DBO_FLUSH and DBO_UNBUFFERED give a write-through
+ * table without a record cache. The version byte must be one the style
+ * accepts: 1, 3, 5, 6, 7, 9: 0x03, 0x43, 0x63, 0x83; 2: 0x03, 0x83, 0x8B;
+ * 4, 8: 0x03, 0xF5; 10 (Visual FoxPro): '0', '1', '2'. A header whose
+ * descriptors end in a whole 32-byte terminator slot is opened as style 9.
+ * *handle receives the handle, or -1 on failure, when nothing stays open or
+ * allocated. Statuses: -221 NULL argument; -212 style above 10; -218
+ * version byte (or memo field) the style does not accept; -219 header
+ * length of no allowed form; -220 last-update date out of range (year byte
+ * above 119 as a signed byte); -235 production-index byte other than 0 or
+ * 1 in styles 2 and 8; -227 no fields; -231 unknown field type; -232 field
+ * lengths that do not add up to the record length; -206 a negative record
+ * count or a Visual FoxPro header without terminator; -202 a file cut
+ * inside its header; the open errors of DBosOpenFile (a system error comes
+ * back as the bare errno). 207: the file length is not the header's records
+ * plus at most an end mark; the table is open and usable. */
 DBAPI int DBOpenFile(int *handle, char *filename, int mode);
-/* Write pending changes, release locks, close and free the handle. */
+/* Close a table: write pending changes (not for write-through tables),
+ * release its locks, close the file and free the handle. When writing or
+ * releasing fails, the error is returned and the handle stays open, so
+ * nothing is lost. -213 for a bad handle. */
 DBAPI int DBCloseFile(int handle);
+/* How a table is open and what its header says: flags (read only,
+ * shareable, write-through), the name it was opened with, style (0..10),
+ * memo (1 when it has memo fields), the production-index, transaction and
+ * encryption bytes, the lock bits and count. -221 for a NULL info. */
 DBAPI int DBGetFileInfo(int handle, DBFILEINFO *info);
-/* The header's last-update date as text in a date style. */
+/* The header's last-update date (year byte + 2000, month, day) as text in
+ * date style `style` (1..15) in buf (11 bytes are enough). -221 for a NULL
+ * buf; the date layer's -212 or -215 for a bad style or date. */
 DBAPI int DBGetLastUpdate(int handle, char *buf, int style);
 
-/* Read record recno into the record buffer; 201 if it is marked deleted. */
+/* Read record recno (1..record count; -204 otherwise, leaving the current
+ * record as it was) into the record buffer and make it the current record.
+ * 201 when it is marked deleted (it is read all the same). A shared table
+ * rereads its header first, so records other processes appended are
+ * seen. A buffered table reads a block of neighbouring records at a time;
+ * -202 when the file holds less than the record. */
 DBAPI int DBGetRecord(int handle, int32_t recno);
-/* As DBGetRecord; buf (if not NULL) receives the deletion byte and every
- * field converted: 'C' text+NUL, 'D' 11-byte date text, 'N'/'F' double,
- * 'I'/'M' int32, others raw. */
+/* As DBGetRecord; buf (if not NULL) then receives the deletion byte and
+ * every field in order, converted: 'C' its text and a NUL (length + 1
+ * bytes), 'D' the date text in the default date style (11 bytes), 'N' and
+ * 'F' the value as a double (8 bytes), 'I' and 'M' an int32 (4 bytes),
+ * every other type its stored bytes. A bad date in a field returns -215. */
 DBAPI int DBGetRecordToBuffer(int handle, char *buf, int32_t recno);
-/* Write the record buffer: how = DB_APPEND (0; *recno receives the new
- * number) or DB_REWRITE (256; record *recno). */
+/* Write the record buffer. how = DB_APPEND (0): a new last record (its
+ * deletion byte becomes ' '), *recno receives its number; how = DB_REWRITE
+ * (256): record *recno (1..count, else -204). Buffered tables keep the
+ * record in the cache until DBFlushFile, DBCloseFile or the cache moves on;
+ * write-through tables write it, the header date and count at once. In a
+ * shared table an append needs the file, header or append lock and a
+ * rewrite the record's lock (or the file or append lock); with DBO_AUTOLOCK
+ * the lock is taken for the one write and released after, else -242.
+ * -221 NULL recno; -236 read-only table; -212 any other how; write errors
+ * of the file layer. */
 DBAPI int DBPutRecord(int handle, int32_t *recno, int how);
+/* As DBPutRecord; buf (if not NULL) is first converted into the record
+ * buffer, in the layout DBGetRecordToBuffer gives ('N' and 'F' doubles are
+ * printed with the field's width and decimals: -233 when too wide; 'I'
+ * takes its field length). 205 when a text was cut to its field. */
 DBAPI int DBPutRecordFromBuffer(int handle, char *buf, int32_t *recno, int how);
-/* Mark record recno deleted ('*') or active (' '). */
+/* Mark record recno deleted ('*') or active (' '). The record is read into
+ * the record buffer and written only when its mark changes. -236 read-only;
+ * -204 recno outside 1..count; the lock rule and statuses of a rewrite. */
 DBAPI int DBMarkRecordInActive(int handle, int32_t recno);
 DBAPI int DBMarkRecordActive(int handle, int32_t recno);
-/* 1 when the current record is marked deleted, else 0. */
+/* 1 when the current record (the record buffer) is marked deleted, 0 when
+ * not, -213 for a bad handle. */
 DBAPI int DBIsRecordDeleted(int handle);
-/* Write cached changes, the header date and count, and the end mark. */
+/* Write cached changes, then the header's date and record count and, after
+ * appends, the end mark (0x1A; a whole record of them in style 7). Nothing
+ * is written when nothing changed. A shared table holding no lock locks
+ * its header for this. The year byte is year + 48, or 'w' when the
+ * environment has DB_XBASE80_COMPAT (write-through appends do the
+ * opposite). A failed flush leaves the changes pending for the next one. */
 DBAPI int DBFlushFile(int handle);
-/* get = 1: *nrecs = cache capacity; get = 0: set it. */
+/* The record cache's capacity in records. get = 1: *nrecs receives it (0
+ * for a write-through table). get = 0: set it to *nrecs (below 1 becomes
+ * 1; capped where slot offsets stop fitting 16 bits, 32767 / record length
+ * + 1) after writing pending changes; *nrecs receives the capacity set. 208
+ * on a write-through table (nothing set), 209 when memory ran short (the
+ * old cache stays), -212 for any other get, -221 for a NULL nrecs. */
 DBAPI int DBGetSetCacheSize(int handle, int *nrecs, int get);
-/* *bfr receives the record buffer's address; the buffer is cleared to
- * spaces, ready for a record to be built in place. */
+/* *bfr receives the record buffer's address (record length bytes, the
+ * deletion byte first); the buffer is cleared to spaces, ready for a
+ * record to be built in place. -221 for a NULL bfr. */
 DBAPI int DBSetBufferAddress(int handle, char **bfr);
-/* Fill the record buffer with spaces. */
+/* Fill the record buffer with spaces: every field empty, the record
+ * active. */
 DBAPI int DBClearBuffer(int handle);
+/* Record length, field count and record buffer address. -221 for NULL. */
 DBAPI int DBGetRecordInfo(int handle, DBRECINFO *info);
+/* The current record number (0 before any record was read or written).
+ * -221 for a NULL recno. */
 DBAPI int DBGetRecordNumber(int handle, int32_t *recno);
-/* Record count (a shared table rereads its header first). */
+/* Record count (a shared table rereads its header first). -221 for NULL. */
 DBAPI int DBGetRecordCount(int handle, int32_t *count);
-/* 1 when the current record is the first / last (or the table is empty). */
+/* 1 when the current record is the first (or none was read yet) / the
+ * last, or the table is empty; else 0; -213 for a bad handle. */
 DBAPI int DBIsBeginningOfFile(int handle);
 DBAPI int DBIsEndOfFile(int handle);
 
-/* Field access on the current record (fields count from 0). */
+/* Field access on the current record (the record buffer; fields count from
+ * 0). Nothing reaches the file until the record is written with
+ * DBPutRecord. Every call gives -213 for a bad handle, -227 for a field
+ * number outside the table, -221 for a NULL pointer; the by-name calls
+ * find the field as DBGetFieldNumber does (-228 when there is none).
+ *
+ * DBGetFieldData converts by the field's own type into out: 'C' text and
+ * a NUL (an 'I' field read as text gives its int32); 'N' double (the
+ * text's value); 'F', 'B' and type 13 the first 8 stored bytes as a
+ * double; 'D' the date text in the default date style (-215 for a stored
+ * date that is not one); 'L' one byte: 1 true (T, t, Y, y), 0 false (F,
+ * f, N, n), '?' unknown, any other byte leaves out untouched; 'M' and 'G'
+ * the int32 block number (4-byte integer in style 10, text elsewhere);
+ * 'I' and types 3, 4, 11 int32; types 1, 2 int16; 'T' and 'Y' their 8
+ * bytes with each 4-byte half reversed. A field of blanks (of zero bytes
+ * for 'B'; never for 'N' and 'F') gives 212 and the empty value: 0, "?",
+ * or the default style's empty date picture. DBGetStrField gives the
+ * stored text of any field and a NUL ('T' halves reversed). */
 DBAPI int DBGetFieldData(int handle, int field, void *out);
 DBAPI int DBGetStrField(int handle, int field, char *out);
 DBAPI int DBGetNamedData(int handle, char *name, void *out);
 DBAPI int DBGetNamedStr(int handle, char *name, char *out);
+/* DBPutFieldData converts in by the field's own type: 'C' text, cut to the
+ * field with 205; 'N' and 'F' the field's text, already formatted (a
+ * shorter text is right-aligned); 'D' a date text in the default style
+ * (blanks or an empty picture store an empty date; -215 for a bad date,
+ * the field unchanged); 'L' one byte as for get (' ' and '?' store a
+ * blank; anything else -233); 'M' and 'G' an int32 block number (-233 when
+ * negative or too wide); 'I' and types 3, 4, 11 an int32; types 1, 2 an
+ * int16; type 13 and 'B' 8 bytes as they are; 'T' and 'Y' 8 bytes with
+ * each half reversed. DBPutStrField stores text into any field, left
+ * aligned, cut with 205. */
 DBAPI int DBPutFieldData(int handle, int field, void *in);
 DBAPI int DBPutStrField(int handle, int field, char *in);
 DBAPI int DBPutNamedData(int handle, char *name, void *in);
 DBAPI int DBPutNamedStr(int handle, char *name, char *in);
-/* Field number of a name (case ignored); -228 and *number = field count
- * when there is none. */
+/* Field number of a name, letter case ignored, first match; -228 and
+ * *number = field count when there is none. */
 DBAPI int DBGetFieldNumber(int handle, int *number, char *name);
+/* The field's name and its NUL (at most 11 bytes) into name. */
 DBAPI int DBGetFieldName(int handle, char *name, int field);
+/* One field's description (name, type, length, decimals; 0 decimals for
+ * 'C'), or all of them into desc (room for every field) with the count in
+ * *count. */
 DBAPI int DBGetFieldDescription(int handle, int field, DBFIELD *desc);
 DBAPI int DBGetFileDescription(int handle, int *count, DBFIELD *desc);
-/* 1 when the field is all spaces, else 0. */
+/* 1 when every byte of the field is a space (a field of no bytes is not
+ * blank), else 0; negative status on a bad handle, field or name. */
 DBAPI int DBIsFieldBlank(int handle, int field);
 DBAPI int DBIsNamedBlank(int handle, char *name);
 
-/* Write a new empty table (styles 0..9; 0x200 sets the production-index
- * flag). Rewrites the caller's array: names upper-cased, fixed lengths set. */
+/* Write a new, empty table (header, descriptors, terminator, end mark) in
+ * style mode & 0xFF (0..9; -218 otherwise); mode 0x200 sets the header's
+ * production-index byte, and in style 2 each field's index flag from bit
+ * 0x100 of its type. Field types: 'C' (1..254 bytes; 2048 in style 6), 'N'
+ * (1..19 bytes; 20 in styles 2, 4, 8; decimals 0 or up to length - 2, and
+ * below 16 in styles 1, 3, 5, 6, 7, 9), 'F' (as 'N', styles 2, 4, 8 only),
+ * 'D', 'L', 'M', and the binary codes 1, 2 (2 bytes), 3, 4, 11 (4 bytes)
+ * and 13 (8 bytes). The version byte is 0x03, with memo fields 0x83 (0x8B
+ * in style 2, 0xF5 in styles 4 and 8; style 0 keeps 0x03). Every field is
+ * checked before the file is created, and the caller's array is rewritten:
+ * names upper-cased, type letters upper-cased, lengths and decimals of the
+ * fixed-size types set. Statuses: -221 NULL name or array; -227 no fields
+ * or more than the style allows (128; 255 in styles 2 and 8; 1023 in 5, 6;
+ * 512 in 7); -228 name empty or over 10 characters; -231 unknown type;
+ * -229 bad length; -230 bad decimals; -232 record over 4000 bytes (8192 in
+ * style 6); the file layer's create and write errors. */
 DBAPI int DBCreateFile(char *filename, int nfields, DBFIELD *fields, int mode);
 
 /* Locks between processes. Every lock is an exclusive (or, for the ReadLock
@@ -487,39 +596,132 @@ DBAPI int DBGetLockInfo(int handle, DBFILELOCKS *list, int max, int *count);
  * indexes afterwards. -221 for a NULL handle pointer, -213 for a bad
  * handle, -236 for a read-only table; a style-10 table, or fields that
  * DBCreateFile cannot create in the table's style, give DBCreateFile's
- * status. Any failure before the old file is renamed leaves the table open,
- * unchanged and holding no locks, and removes the new file; a failure while
- * renaming or reopening can leave the old file under the backup name. */
+ * status; a lock refused by another process gives the lock's status. Any
+ * failure before the old file is renamed leaves the table open under its
+ * handle with its content unchanged, removes the new file, and releases the
+ * file lock if the pack took it (a shared table's other locks were let go
+ * when it was taken). A failure while renaming or reopening can leave the
+ * old file under the backup name, and *handle is then -1. */
 DBAPI int DBPackFile(int *handle);
 
 /* ------------------------------------------------------------------------
  * FPT memo files (FoxPro)
  * ------------------------------------------------------------------------ */
+/* Create an empty FPT file and close it. code 1..32: blocks of code x 512
+ * bytes; 33..511: the block size in bytes. The header area covers at least
+ * 512 bytes (next free block (bs + 511) / bs). -221 NULL path, -249 code
+ * outside 1..511, file-layer statuses. */
 DBAPI int DBfpCreateMemo(char *path, int code);
+/* Open an FPT file; *handle receives the handle (-1 on failure). mode: low
+ * byte 0, 4, 8 or 10 (else -218) | DBO_* bits (DBO_AUTOLOCK adds shared and
+ * write-through). -217 for a file of 511 bytes or less, -249 for a header
+ * block size outside 1..65536, -206 for a next-free block below 1 or past
+ * 2 GiB, -221 NULL argument. */
 DBAPI int DBfpOpenMemo(int *handle, char *path, int mode);
+/* Release the memo lock if held, close and free the handle. -213 bad handle. */
 DBAPI int DBfpCloseMemo(int handle);
+/* Reread the header (next free block, block size) of a shared file; a
+ * no-op for an exclusive one. -213, -206/-249 for a damaged header. */
 DBAPI int DBfpGetMemoHeader(int handle);
+/* How the file is open: flags, file name (cut to 79), lockt (4 while the
+ * memo lock is held), block size. -221 NULL info, -213 bad handle. */
 DBAPI int DBfpGetMemoInfo(int handle, DBFPMEMOINFO *info);
+/* Take (release) the memo lock: an exclusive lock on byte 0, length 1, of
+ * the FPT file, the byte the Harbour memo drivers lock while allocating.
+ * Taking it twice is one lock. A shared file needs it (or automatic locks)
+ * to be written. -236 on a read-only handle, lock statuses (-237 ...). */
 DBAPI int DBfpLockMemo(int handle);
 DBAPI int DBfpUnLockMemo(int handle);
+/* Length of memo `block` (data bytes) and *binary = 1 when its type word is
+ * 0 (picture/binary), else 0. -221 NULL output, -204 block outside
+ * 1..ff-1 or past the end of the file, -206 a length past the file's end. */
 DBAPI int DBfpGetMemoType(int handle, int32_t block, int32_t *length, int *binary);
+/* Read memo `block` into *out, a buffer of at most maxlen bytes plus a NUL
+ * that the library allocates and the caller frees with DBFreeMemory (NULL
+ * on failure). flags 0: the whole memo (up to maxlen); 2: piecewise, each
+ * call returns the next piece of at most maxlen bytes, status 1 while bytes
+ * remain and 0 with the last piece. -204 bad block, -206 length past the
+ * end of the file (checked before allocating), -212 maxlen below 1, other
+ * flag bits, or a piecewise read while a piecewise write is unfinished. */
 DBAPI int DBfpGetMemoRecord(int handle, int32_t block, char **out, int32_t maxlen, int flags);
+/* As DBfpGetMemoRecord into the caller's buffer of maxlen + 1 bytes. */
 DBAPI int DBfpGetMemoToBuffer(int handle, int32_t block, char *buf, int32_t maxlen, int flags);
+/* Write `total` bytes of data as a memo; *block is the memo it replaces (0
+ * for none) and receives its block. flags: 1 binary (type 0) instead of
+ * text (type 1); 2 piecewise: `piece` bytes now, the header with the first
+ * piece, later pieces (same *block, flag 2) continue where the last ended;
+ * 256 reuse: rewrite in place when total + 8 fits the blocks the old memo
+ * owns, else (and always without 256) append at the next free block; old
+ * blocks are left for DBfpPackMemo. -221 NULL, -233 total or piece below 1
+ * or a piece beyond what remains, -212 flags other than 0/256 besides 1
+ * and 2, -236 read-only, -242 shared without the memo lock. */
 DBAPI int DBfpPutMemoRecord(int handle, int32_t *block, char *data, int32_t total, int32_t piece, int flags);
+/* Rewrite the memo file of table `dbf` without dead blocks: every memo a
+ * record points to ('M' and 'G' fields, deleted records included) is copied
+ * with its type word into a new file named "<dir><n>.FPT", then the old
+ * file is renamed aside, the new one takes its name, the table's pointers
+ * are rewritten (4-byte binary in style 10, else "%10ld"), and the old file
+ * is removed. *memo is closed and reopened with its open mode (new handle
+ * stored). Any failure leaves the old file and the pointers as they were.
+ * A shared table is file-locked for the pack. -221, -213, -236 read-only
+ * memo or table, -204/-206 a pointer to a bad memo. */
 DBAPI int DBfpPackMemo(int dbf, int *memo);
 
 /* ------------------------------------------------------------------------
  * DBT memo files (dBASE III and IV)
  * ------------------------------------------------------------------------ */
+/* Create an empty DBT file and close it. version 1, 3, 5, 6, 7: dBASE III
+ * layout (512-byte block 0 holding next free block 1, then one 0x1A;
+ * 512-byte blocks whatever `blocks` says); version 2: dBASE IV layout
+ * (block 0 of blocks x 512 bytes: next free 1, the upper-case base name,
+ * 2, 1, the block size). -249 blocks outside 1..32 (nothing created), -218
+ * any other version (the empty file is left behind), -221 NULL path. */
 DBAPI int DBxbCreateMemo(char *path, int blocks, int version);
+/* Open a DBT file; the layout comes from the version in the mode's low
+ * byte (2 dBASE IV; 0, 1, 3, 5, 6, 7 dBASE III; else -218) | DBO_* bits.
+ * -217 for a file shorter than 512 bytes, -249 for a dBASE IV block size
+ * that is not a multiple of 64 from 64 to 32768, -206 for a next-free block
+ * below 1 or past 2 GiB, -221 NULL argument. */
 DBAPI int DBxbOpenMemo(int *handle, char *path, int mode);
+/* Release the memo lock if held, close and free the handle. -213. */
 DBAPI int DBxbCloseMemo(int handle);
+/* Read block 0 into *hdr (host order; in the dBASE III layout only ff is
+ * meaningful) and refresh the file length. -221, -213, -217/-249/-206 as
+ * for open. */
 DBAPI int DBxbGetMemoHeader(int handle, DBDBTHDR *hdr);
+/* How the file is open: flags, file name (cut to 79), style (the layout
+ * version it was opened with), lockt (4 while locked), block size. */
 DBAPI int DBxbGetMemoInfo(int handle, DBXBMEMOINFO *info);
+/* Take (release) the memo lock: exclusive, byte 0, length 1 of the DBT
+ * file (the next-free-block number; the byte the Harbour memo drivers lock
+ * while allocating). Taking it twice is one lock. A shared file needs it
+ * (or automatic locks) to be written. -236 read-only, lock statuses. */
 DBAPI int DBxbLockMemo(int handle);
 DBAPI int DBxbUnLockMemo(int handle);
+/* Read the text at `block` into *out, allocated by the library and freed by
+ * the caller with DBFreeMemory (NULL on failure). dBASE III: up to the
+ * first 0x1A; dBASE IV: the length in its block header. option 0 as
+ * stored, 256 without soft returns (0x8D and the byte after it). -204
+ * block below 1 or past the end of the file, -206 end of file before the
+ * 0x1A or a dBASE IV length below 8 or past the end (checked before
+ * allocating), -229 no 0x1A in 128 blocks, -212 other options, -221. */
 DBAPI int DBxbGetMemoRecord(int handle, int32_t block, char **out, int option);
+/* Write a NUL-terminated text; *block: the text it replaces, 0 for a new
+ * one; receives where it went. dBASE III: rewritten in place (ended by two
+ * 0x1A) while it fits the blocks the old text reached to its first 0x1A,
+ * else appended at the next free block, which moves on; the old blocks are
+ * left for DBxbPackMemo. dBASE IV: the 8-byte block header FF FF 08 00 and
+ * the length with those 8 bytes, then the text and a 0x1F; freed blocks
+ * are kept in a chain of free runs and reused (first fit, runs split and
+ * joined). -221 NULL, -233 empty text (or, dBASE III, one holding 0x1A),
+ * -212 option other than 0, -204 block past the end of the file, -236
+ * read-only, -242 shared without the memo lock. */
 DBAPI int DBxbPutMemoRecord(int handle, int32_t *block, char *text, int option);
+/* Rewrite the memo file of table `dbf` without dead texts, as
+ * DBfpPackMemo does: temporary name "<dir><n>.DBT", same layout and block
+ * size, pointers rewritten with "%10ld", the old file removed only when
+ * the new one and the pointers are in place, *memo reopened. Any failure
+ * leaves the old file and the pointers as they were. */
 DBAPI int DBxbPackMemo(int dbf, int *memo);
 
 /* ------------------------------------------------------------------------

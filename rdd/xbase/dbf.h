@@ -110,3 +110,78 @@ void _DBLockRange(int kind, int32_t recno, uint32_t *start, uint32_t *len);
 
 // Close function registered in DBclose for type 1.
 int DBCloseFile(int handle);
+
+// ---------------------------------------------------------------------------
+// Helpers the record, flush and field files share (dopen, drget, drput,
+// drstat, dflush, dsize, dfget, dfput)
+// ---------------------------------------------------------------------------
+
+// The style of a table without its memo bit.
+inline int _DBStyleOf(const DBDATAPKT *d) { return d->v & 0x7F; }
+
+// Lock-state tests on ph.ls. A whole-file lock is the exact value 4: it is
+// never combined with another bit.
+inline bool _DBHoldsFileLock(const DBDATAPKT *d) { return d->ph.ls == DBLK_FILE; }
+inline bool _DBHoldsHeaderLock(const DBDATAPKT *d) { return d->ph.ls != DBLK_FILE && (d->ph.ls & DBLK_HEADER); }
+inline bool _DBHoldsAppendLock(const DBDATAPKT *d) { return d->ph.ls != DBLK_FILE && (d->ph.ls & DBLK_APPEND); }
+// Whether this process holds the exclusive lock of record `recno` of DBxbd.
+bool _DBRecordIsLocked(int32_t recno);
+
+// File offset of record k (1-based) of table d. Records past what a 32-bit
+// offset can address give -204 instead of a wrapped position.
+int _DBRecordOffset(const DBDATAPKT *d, int32_t k, int32_t *off);
+
+// Address of cache slot i: slot offsets are i * record length (io[] holds
+// the same values; the cache is never sized beyond what io can express).
+inline char *_DBCacheSlot(const DBDATAPKT *d, int i) {
+    return d->b.p + static_cast<size_t>(i) * d->h.r;
+}
+
+// Set DBxbd's header date (y, m, d) to today. fixed_year: store the year
+// byte as 'w' (0x77) instead of year + 48.
+int _DBStampDate(bool fixed_year);
+// Write the end-of-file mark after DBxbd's last record: one 0x1A, or a whole
+// record's worth of 0x1A in style 7.
+int _DBWriteEndMark();
+// Whether DB_XBASE80_COMPAT is present in the environment (read on every
+// append and flush, never cached).
+bool _DBXbase80Compat();
+
+// Reread DBxbd's header when the table asks for it (shared, no header-type
+// lock held): the one place a shared table learns of other processes'
+// appends.
+int _DBRefreshHeader();
+
+// A lock that a write in a shared table with automatic locking takes for
+// itself and gives back when the write is over, whatever the outcome.
+// take(): 0 when the write may go ahead (the needed lock is held, was taken
+// now, or the table is not shared), -242 when it may not, or the lock's
+// refusal.
+class DBWriteLock {
+public:
+    DBWriteLock() = default;
+    DBWriteLock(const DBWriteLock &) = delete;
+    DBWriteLock &operator=(const DBWriteLock &) = delete;
+    ~DBWriteLock();
+    // kind: DBLK_APPEND for an append, DBLK_RECORD for a rewrite of recno.
+    int take(int kind, int32_t recno);
+
+private:
+    int taken_ = 0;  // DBLK_HEADER or DBLK_RECORD when taken here
+    int32_t recno_ = 0;
+    DBDATAPKT *d_ = nullptr;
+};
+
+// Free everything a table packet owns (field array, record buffer, cache);
+// the packet itself stays for the caller to release with its slot.
+void _DBFreeTableBuffers(DBDATAPKT *d);
+
+// Bytes a field takes in the caller-buffer form of a record
+// (DBGetRecordToBuffer / DBPutRecordFromBuffer).
+int _DBBufferFieldSize(const DBFIELDSTRUC &f, bool put);
+
+// Seek to `off` and write. The file layer answers a write with a flush flag
+// with DBerrno as it stood, so a warning left by an earlier step (a cut text,
+// an empty field) would read as a failed write; it is cleared for the call
+// and put back after. Failures are logged under the caller's site and line.
+int _DBWriteAt(const DBSite &site, int line, int fd, int32_t off, const void *buf, int len, int16_t flush);

@@ -23,6 +23,12 @@ struct DBFPTPKT {
     int32_t pcnt;  // bytes of the current memo still to read or write
     int32_t pba;   // file address of the next byte
     int32_t pcur;  // block of the memo in progress
+    // What pcnt/pba/pcur describe: 0 nothing, 1 a piecewise read, 2 a
+    // piecewise write of an appended memo, 3 one rewritten in place. Reads and writes share the three counters, so a
+    // piecewise read must never pick up where a write stopped (or the
+    // reverse); this says whose counters they are.
+    int32_t pmode;
+    int32_t om;    // the open-mode word as given, for a pack to reopen with
 };
 
 // dBASE IV text block header.
@@ -44,10 +50,107 @@ struct DBDBTPKT {
     int32_t fs;    // file length, refreshed when the header is read
     DBDBTHDR h;
     int v;         // layout version the file was opened with
+    int32_t bs;    // block size in bytes (always 512 in the dBASE III layout)
+    int32_t om;    // the open-mode word as given, for a pack to reopen with
 };
 
 extern DBFPTPKT *DBfpm;
 extern DBDBTPKT *DBxbm;
 
+// Lock bits of a memo packet's ph.ls.
+constexpr char DBMEMO_LOCKED = 4;  // the memo lock (DBfpLockMemo, DBxbLockMemo)
+
+// Both memo families lock the same single byte: the first byte of the file,
+// which holds the next-free-block number. It is the byte the Harbour memo
+// drivers (DBT and FPT alike) lock while they allocate blocks, so a writer
+// of ours and a Harbour writer never hand out the same free block. dBASE,
+// Clipper and FoxPro write memos under their table's record or file lock and
+// do not lock the memo file; the table lock is what orders those writers.
+constexpr int32_t DBMEMO_LOCKPOS = 0;
+constexpr int32_t DBMEMO_LOCKLEN = 1;
+
+// ---- FPT ------------------------------------------------------------------
 int DBfpCloseMemo(int handle);
+// Resolve an FPT handle into DBfpm: -213 unless the slot holds an FPT file.
+int _DBfpLockMemoStruc(int handle);
+// Reread DBfpm's 8-byte header (and check it).
+int _DBfpGetMemoHeader();
+// Check a header as read: block size 1..65536 (-249), next free block at
+// least 1 and its byte address within 32 bits (-206).
+int _DBfpCheckHeader(const DBFPTHDR &h);
+// Take and release the memo lock of DBfpm.
+int _DBfpLockMemo();
+int _DBfpUnLockMemo();
+
+// ---- DBT ------------------------------------------------------------------
 int DBxbCloseMemo(int handle);
+// Resolve a DBT handle into DBxbm: -213 unless the slot holds a DBT file.
+int _DBxbLockMemoStruc(int handle);
+// Reread block 0 of DBxbm into hdr (and DBxbm->h), refresh DBxbm->fs.
+int _DBxbGetMemoHeader(DBDBTHDR *hdr);
+// Create a memo file whose dBASE IV header names `base` (null: the base
+// name of path).
+int _DBxbCreateMemo(char *path, int blocks, int version, const char *base);
+// The upper-cased base name of a path (after the last ':', '\\' or '/',
+// before the last '.'), cut to the 8 bytes of the header, NUL-padded.
+void _DBxbBaseName(char out[8], const char *path);
+// Read the text at `block` of DBxbm: *out (allocated, NUL-terminated, freed
+// by the caller) and its length in bytes.
+int _DBxbReadText(int32_t block, char **out, int32_t *len);
+int _DBxbGetMemoRecord(int32_t block, char **out, int option);
+// The dBASE III text at byte `at` of DBxbm: its length up to the first
+// 0x1A, and (out not null) the text itself. -206 at the end of the file
+// before an end mark, -229 after 128 blocks without one. The writer
+// measures old texts with it too.
+int _DBxbScanIII(int32_t at, char **out, int32_t *len);
+// Write `len` bytes as a text of DBxbm; *block: 0 for a new text, else the
+// text it replaces. The caller has checked locks and the open mode.
+int _DBxbWriteText(int32_t *block, const char *data, int32_t len);
+int _DBxbLockMemo();
+int _DBxbUnLockMemo();
+// Layout of an open DBT: true for the dBASE IV layout.
+inline bool _DBxbIsIV(const DBDBTPKT *m) { return m->v == 2; }
+
+// ---- Pack, both families ----------------------------------------------------
+// One memo pointer that a pack changes: record, field, old and new block.
+struct DBMEMOREF {
+    int32_t rec;
+    int32_t field;
+    int32_t oldb;
+    int32_t newb;
+};
+// A growing list of them, owned by the library allocator.
+struct DBMEMOREFS {
+    DBOwned<DBMEMOREF> a;
+    int32_t n = 0;
+    int32_t cap = 0;
+    int add(const DBMEMOREF &r);
+};
+// Whether field `i` of DBxbd holds a memo block number.
+bool _DBIsMemoField(int i);
+// The block number in field i of DBxbd's record buffer: a 4-byte binary
+// integer in table style 10, else decimal text (blank is 0).
+int32_t _DBMemoFieldGet(int i);
+// Store a block number in field i: binary in style 10, else "%10ld".
+void _DBMemoFieldPut(int i, int32_t block);
+// Write the new (undo: the old) pointers of refs into the table `dbf`.
+int _DBMemoRewritePointers(int dbf, const DBMEMOREFS &refs, bool undo);
+// The directory part of path (up to and including the last '/', '\\' or
+// ':'; empty when there is none) into out.
+void _DBMemoDirOf(char *out, size_t cap, const char *path);
+// A name "<dir><n><ext>" that does not exist yet, counting n up from 0.
+int _DBMemoFreeName(char *out, size_t cap, const char *dir, const char *ext);
+// Put the finished temporary file `tmp` in place of `memo` so that no
+// failure loses the old file: memo -> backup, tmp -> memo, the table's
+// pointers rewritten, backup removed. On failure everything is turned back.
+int _DBMemoSwapIn(int dbf, char *memo, char *tmp, const char *ext, const DBMEMOREFS &refs);
+// Take the table's file lock for a pack when it is shared and does not
+// hold one already; *taken says whether to give it back.
+int _DBMemoPackLockTable(int dbf, bool *taken);
+void _DBMemoPackUnlockTable(int dbf, bool taken);
+
+// Read the block header of FPT memo `block` of DBfpm after checking that
+// the block is 1..ff-1 and lies within the file (-204), and that its length
+// keeps the data within the file (-206): a damaged length can then never
+// size an allocation beyond what the file holds.
+int _DBfpReadBlockHeader(int32_t block, DBFPTRHDR *rh);

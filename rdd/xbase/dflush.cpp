@@ -1,0 +1,95 @@
+// dflush.cpp - writing a table's pending changes: the cached block, the
+// header's date and record count, and the end-of-file mark.
+#include "dbf.h"
+#include "os.h"
+
+#include <cstdlib>
+
+namespace {
+constexpr DBSite here{"rdd/xbase/dflush"};
+constexpr uint8_t kEndMark = 0x1A;
+}  // namespace
+
+int _DBWriteAt(const DBSite &site, int line, int fd, int32_t off, const void *buf, int len, int16_t flush) {
+    const int saved = DBerrno;
+    DBerrno = 0;
+    if (DBosSetFilePosition(fd, off) != 0) return site.fail(DBerrno, line);
+    if (DBosWriteData(fd, const_cast<void *>(buf), len, flush) != 0) return site.fail(DBerrno, line);
+    DBerrno = saved;
+    return 0;
+}
+
+bool _DBXbase80Compat() { return std::getenv("DB_XBASE80_COMPAT") != nullptr; }
+
+int _DBStampDate(bool fixed_year) {
+    int y = 0, m = 0, dd = 0, dow = 0;
+    if (DBGetDate3(&y, &m, &dd, &dow) != 0) return here.fail(DBerrno, __LINE__);
+    DBDATAHDR &h = DBxbd->h;
+    // 'w' reads back as 2119: the mark some dBASE-80 era programs leave.
+    h.y = fixed_year ? static_cast<uint8_t>('w') : static_cast<uint8_t>((y + 48) & 0xFF);
+    h.m = static_cast<uint8_t>(m);
+    h.d = static_cast<uint8_t>(dd);
+    return 0;
+}
+
+int _DBWriteEndMark() {
+    DBDATAPKT *d = DBxbd;
+    int32_t off = 0;
+    if (_DBRecordOffset(d, d->h.n + 1, &off) != 0) return DBerrno;
+    uint8_t marks[512];
+    std::memset(marks, kEndMark, sizeof marks);
+    // Style 7 tables end with a whole record of end marks.
+    int left = _DBStyleOf(d) == 7 ? d->h.r : 1;
+    while (left > 0) {
+        const int piece = left < static_cast<int>(sizeof marks) ? left : static_cast<int>(sizeof marks);
+        if (_DBWriteAt(here, __LINE__, d->ph.dh, off, marks, piece, d->ph.flush_disk) != 0) return DBerrno;
+        off += piece;
+        left -= piece;
+    }
+    return 0;
+}
+
+int _DBFlushFile() {
+    DBDATAPKT *d = DBxbd;
+    if (d->u == 0) return 0;
+    DBRECBFR &b = d->b;
+    if (b.s != 0 && b.nr > 0 && b.p) {
+        int32_t off = 0;
+        if (_DBRecordOffset(d, b.fr, &off) != 0) return DBerrno;
+        if (_DBWriteAt(here, __LINE__, d->ph.dh, off, b.p, b.nr * d->h.r, d->ph.flush_disk) != 0)
+            return DBerrno;
+    }
+    // The header of a shared table is written under its lock unless some
+    // lock of ours already keeps other writers out. Taking the lock rereads
+    // the header, so the date is set after it.
+    bool locked = false;
+    if (d->ph.m.shared && d->ph.ls == 0) {
+        if (_DBLockHeader() != 0) return DBerrno;
+        locked = true;
+    }
+    // The year form is the opposite of the append path's, on purpose: both
+    // are what the programs sharing these files have always written.
+    int rc = _DBStampDate(_DBXbase80Compat());
+    if (rc == 0) {
+        uint8_t hdr[7] = {d->h.y, d->h.m, d->h.d, 0, 0, 0, 0};
+        _DBStoreLE32(hdr + 3, static_cast<uint32_t>(d->h.n));
+        rc = _DBWriteAt(here, __LINE__, d->ph.dh, 1, hdr, 7, d->ph.flush_disk);
+    }
+    if (rc == 0 && (d->u & 0x20)) rc = _DBWriteEndMark();
+    if (rc == 0) {
+        d->u = 0;
+        b.s = 0;
+    }
+    if (locked) {
+        const int st = DBerrno;
+        _DBUnLockHeader();
+        if (rc != 0) DBerrno = st;
+    }
+    return rc;
+}
+
+extern "C" DBAPI int DBFlushFile(int handle) {
+    if (_DBLockDataStruc(handle) != 0) return DBerrno;
+    if (_DBFlushFile() != 0) return DBerrno;
+    return _DBStatus(0);
+}

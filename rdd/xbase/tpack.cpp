@@ -1,0 +1,242 @@
+// tpack.cpp - packing DBT memo files, and the steps that the DBT and FPT
+// packs share: memo pointers in the table's records, free temporary names,
+// and putting the packed file in place of the old one.
+//
+// A pack never changes the old memo file. It copies every text that a
+// record points to (deleted records included: they can still be recalled)
+// into a new file under a temporary name, and only when that copy is
+// complete does the swap begin:
+//   1. the old file is renamed to a second free temporary name (a backup);
+//   2. the new file is renamed to the old name;
+//   3. the table's memo pointers are rewritten to the new block numbers;
+//   4. the backup is removed.
+// A failure in 1 leaves everything as it was. A failure in 2 or 3 renames
+// the files back and writes the old pointers back; the old file is removed
+// only in 4, when nothing can go wrong any more.
+#include "dbf.h"
+#include "memo.h"
+#include "os.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+constexpr DBSite here{"rdd/xbase/tpack"};
+}
+
+int DBMEMOREFS::add(const DBMEMOREF &r) {
+    if (n == cap) {
+        const int32_t c = cap ? cap * 2 : 64;
+        void *p = a.release();
+        if (DBReAllocateMemory(&p, sizeof(DBMEMOREF) * static_cast<size_t>(c), here.id, __LINE__) != 0) {
+            a.reset(static_cast<DBMEMOREF *>(p));
+            return DBerrno;
+        }
+        a.reset(static_cast<DBMEMOREF *>(p));
+        cap = c;
+    }
+    a[static_cast<size_t>(n++)] = r;
+    return 0;
+}
+
+bool _DBIsMemoField(int i) {
+    const DBFIELDSTRUC &f = DBxbd->f[i];
+    if (f.t != 'M' && f.t != 'G') return false;
+    return f.l == 10 || (_DBStyleOf(DBxbd) == 10 && f.l == 4);
+}
+
+int32_t _DBMemoFieldGet(int i) {
+    const DBFIELDSTRUC &f = DBxbd->f[i];
+    const char *p = DBxbd->b.r + f.a;
+    if (_DBStyleOf(DBxbd) == 10 && f.l == 4) return static_cast<int32_t>(_DBLoadLE32(p));
+    // Leading blanks, an optional sign, digits; anything else ends the
+    // number, as atol reads it. Blank is 0: no memo.
+    int j = 0;
+    while (j < f.l && p[j] == ' ') j++;
+    bool neg = false;
+    if (j < f.l && (p[j] == '-' || p[j] == '+')) neg = p[j++] == '-';
+    int64_t v = 0;
+    while (j < f.l && p[j] >= '0' && p[j] <= '9' && v <= INT32_MAX) v = v * 10 + (p[j++] - '0');
+    if (v > INT32_MAX) return -1;  // not a block number: the copy refuses it
+    return static_cast<int32_t>(neg ? -v : v);
+}
+
+void _DBMemoFieldPut(int i, int32_t block) {
+    const DBFIELDSTRUC &f = DBxbd->f[i];
+    char *p = DBxbd->b.r + f.a;
+    if (_DBStyleOf(DBxbd) == 10 && f.l == 4) {
+        _DBStoreLE32(p, static_cast<uint32_t>(block));
+        return;
+    }
+    char text[16];
+    std::snprintf(text, sizeof text, "%10ld", static_cast<long>(block));
+    std::memcpy(p, text, 10);
+}
+
+int _DBMemoRewritePointers(int dbf, const DBMEMOREFS &refs, bool undo) {
+    int first = 0;
+    int32_t k = 0;
+    while (k < refs.n) {
+        const int32_t rec = refs.a[static_cast<size_t>(k)].rec;
+        DBerrno = 0;
+        int rc = DBGetRecord(dbf, rec);
+        int32_t end = k;
+        while (end < refs.n && refs.a[static_cast<size_t>(end)].rec == rec) end++;
+        if (rc >= 0) {
+            _DBLockDataStruc(dbf);
+            for (int32_t j = k; j < end; j++) {
+                const DBMEMOREF &r = refs.a[static_cast<size_t>(j)];
+                _DBMemoFieldPut(r.field, undo ? r.oldb : r.newb);
+            }
+            int32_t recno = rec;
+            DBerrno = 0;
+            rc = DBPutRecord(dbf, &recno, DB_REWRITE);
+        }
+        if (rc < 0) {
+            // Going forward, stop at the first failure (the caller undoes);
+            // undoing, carry on and put back all that can be put back.
+            if (!undo) return here.fail(rc, __LINE__);
+            if (first == 0) first = rc;
+        }
+        k = end;
+    }
+    DBerrno = 0;
+    const int rc = DBFlushFile(dbf);
+    if (rc < 0) return here.fail(rc, __LINE__);
+    return first ? here.fail(first, __LINE__) : 0;
+}
+
+void _DBMemoDirOf(char *out, size_t cap, const char *path) {
+    size_t cut = 0;
+    for (size_t i = 0; path[i]; i++)
+        if (path[i] == '/' || path[i] == '\\' || path[i] == ':') cut = i + 1;
+    if (cut >= cap) cut = cap - 1;
+    std::memcpy(out, path, cut);
+    out[cut] = '\0';
+}
+
+int _DBMemoFreeName(char *out, size_t cap, const char *dir, const char *ext) {
+    // A directory full of such names is a sign of trouble, not a reason to
+    // count for ever.
+    for (int n = 0; n < 100000; n++) {
+        const int w = std::snprintf(out, cap, "%s%d%s", dir, n, ext);
+        if (w < 0 || static_cast<size_t>(w) >= cap) return here.fail(DBE_BADFILENAME, __LINE__);
+        if (!_DBIsFileThere(out)) return 0;
+    }
+    return here.fail(DBE_BADFILENAME, __LINE__);
+}
+
+int _DBMemoSwapIn(int dbf, char *memo, char *tmp, const char *ext, const DBMEMOREFS &refs) {
+    char dir[512];
+    char backup[600];
+    _DBMemoDirOf(dir, sizeof dir, memo);
+    if (_DBMemoFreeName(backup, sizeof backup, dir, ext) != 0) return DBerrno;
+    if (_DBosRenameFile(backup, memo) != 0) return DBerrno;
+    int rc = _DBosRenameFile(memo, tmp);
+    if (rc == 0) {
+        rc = _DBMemoRewritePointers(dbf, refs, false);
+        if (rc == 0) {
+            // The pack is done; a backup that will not go is only litter.
+            if (_DBosDeleteFile(backup) < 0) here.log(DBerrno, __LINE__);
+            DBerrno = 0;
+            return 0;
+        }
+        _DBMemoRewritePointers(dbf, refs, true);
+        _DBosRenameFile(tmp, memo);
+    }
+    // Back to where we started: the old file under its name, the new one
+    // gone. Should even that fail, the old file is still whole under the
+    // backup name, and the log says so.
+    if (_DBosRenameFile(memo, backup) != 0) here.log(DBerrno, __LINE__);
+    _DBosDeleteFile(tmp);
+    return here.fail(rc, __LINE__);
+}
+
+int _DBMemoPackLockTable(int dbf, bool *taken) {
+    *taken = false;
+    if (_DBLockDataStruc(dbf) != 0) return DBerrno;
+    if (!DBxbd->ph.m.shared || _DBHoldsFileLock(DBxbd)) return 0;
+    DBerrno = 0;
+    if (DBLockFile(dbf) != 0) return DBerrno;
+    *taken = true;
+    return 0;
+}
+
+void _DBMemoPackUnlockTable(int dbf, bool taken) {
+    if (!taken) return;
+    const int saved = DBerrno;
+    DBUnLockAll(dbf);
+    DBerrno = saved;
+}
+
+extern "C" DBAPI int DBxbPackMemo(int dbf, int *memo) {
+    if (!memo) return here.fail(DBE_NULLPARAM, __LINE__);
+    if (_DBxbLockMemoStruc(*memo) != 0) return DBerrno;
+    DBDBTPKT *old = DBxbm;
+    if (old->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
+    if (_DBLockDataStruc(dbf) != 0) return DBerrno;
+    if (DBxbd->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
+    char path[512];
+    _DBCopyName(path, sizeof path, old->ph.n);
+    const int mode = old->om;
+    const int version = old->v;
+    const int blocks = (old->bs % 512 == 0 && old->bs / 512 >= 1 && old->bs / 512 <= 32) ? old->bs / 512 : 1;
+
+    bool taken = false;
+    if (_DBMemoPackLockTable(dbf, &taken) != 0) return DBerrno;
+    char dir[512];
+    char tmp[600];
+    _DBMemoDirOf(dir, sizeof dir, path);
+    int rc = _DBMemoFreeName(tmp, sizeof tmp, dir, ".DBT");
+    if (rc == 0) rc = _DBxbCreateMemo(tmp, blocks, version, path);
+    int nh = -1;
+    if (rc == 0) rc = DBxbOpenMemo(&nh, tmp, version);
+    DBMEMOREFS refs;
+    int32_t count = 0;
+    if (rc == 0) rc = DBGetRecordCount(dbf, &count);
+    for (int32_t rec = 1; rc == 0 && rec <= count; rec++) {
+        rc = DBGetRecord(dbf, rec);
+        if (rc > 0) rc = 0;  // a deleted record keeps its texts
+        _DBLockDataStruc(dbf);
+        for (int i = 0; rc == 0 && i < DBxbd->nf; i++) {
+            if (!_DBIsMemoField(i)) continue;
+            const int32_t b = _DBMemoFieldGet(i);
+            if (b == 0) continue;
+            char *text = nullptr;
+            int32_t len = 0;
+            DBxbm = old;
+            rc = _DBxbReadText(b, &text, &len);
+            DBOwned<char> own(text);
+            int32_t nb = 0;
+            if (rc == 0) {
+                _DBxbLockMemoStruc(nh);
+                DBerrno = 0;
+                rc = _DBxbWriteText(&nb, text, len);
+            }
+            if (rc == 0 && nb != b) rc = refs.add(DBMEMOREF{rec, i, b, nb});
+            _DBLockDataStruc(dbf);
+        }
+    }
+    if (nh >= 0) {
+        const int crc = DBxbCloseMemo(nh);
+        if (rc == 0) rc = crc;
+    }
+    if (rc != 0) {
+        // Nothing has changed: the old file and the table are as they were.
+        if (_DBIsFileThere(tmp)) _DBosDeleteFile(tmp);
+        _DBMemoPackUnlockTable(dbf, taken);
+        return _DBStatus(rc);
+    }
+    rc = DBxbCloseMemo(*memo);
+    if (rc == 0) {
+        *memo = -1;
+        rc = _DBMemoSwapIn(dbf, path, tmp, ".DBT", refs);
+        // Whatever the swap did, a memo file is under the old name: open it.
+        const int orc = DBxbOpenMemo(memo, path, mode);
+        if (rc == 0) rc = orc;
+    } else {
+        _DBosDeleteFile(tmp);
+    }
+    _DBMemoPackUnlockTable(dbf, taken);
+    return _DBStatus(rc);
+}

@@ -1,0 +1,120 @@
+// wpack.cpp - packing FPT memo files: every memo that a record points to is
+// copied, type word and all, into a new file without the abandoned blocks,
+// and the new file takes the old one's place (tpack.cpp has the order of
+// renames that keeps the old file safe until the end).
+#include "dbf.h"
+#include "memo.h"
+#include "os.h"
+
+namespace {
+constexpr DBSite here{"rdd/xbase/wpack"};
+
+// The create code that gives block size bs, or 0 when none does.
+int _code_for(int32_t bs) {
+    if (bs >= 33 && bs <= 511) return bs;
+    if (bs % 512 == 0 && bs / 512 >= 1 && bs / 512 <= 32) return bs / 512;
+    return 0;
+}
+
+// Copy memo `block` of DBfpm (the old file) to the end of the new file
+// (descriptor fd, block size bs, next free block *ff); *nb is its block there.
+int _copy_memo(int32_t block, int fd, int32_t bs, int32_t *ff, int32_t *nb) {
+    DBFPTRHDR rh{};
+    if (_DBfpReadBlockHeader(block, &rh) != 0) return DBerrno;
+    DBOwned<uint8_t> buf;
+    if (buf.alloc(static_cast<size_t>(rh.len) + 8, here.id, __LINE__) != 0) return DBerrno;
+    _DBStoreBE32(buf.get(), static_cast<uint32_t>(rh.s));
+    _DBStoreBE32(buf.get() + 4, static_cast<uint32_t>(rh.len));
+    if (rh.len > 0 && DBosReadData(DBfpm->ph.dh, buf.get() + 8, rh.len) != 0) return DBerrno;
+    const int64_t blocks = (static_cast<int64_t>(rh.len) + 8 + bs - 1) / bs;
+    const int64_t next = *ff + (blocks < 1 ? 1 : blocks);
+    if (next > INT32_MAX / bs) return here.fail(DBE_WRITE, __LINE__);
+    if (DBosSetFilePosition(fd, *ff * bs) != 0) return here.fail(DBerrno, __LINE__);
+    DBerrno = 0;
+    if (DBosWriteData(fd, buf.get(), rh.len + 8, 0) != 0) return here.fail(DBerrno, __LINE__);
+    *nb = *ff;
+    *ff = static_cast<int32_t>(next);
+    return 0;
+}
+
+// Write the new file's next free block and pad it to that many blocks.
+int _finish(int fd, int32_t bs, int32_t ff) {
+    uint8_t raw[4];
+    _DBStoreBE32(raw, static_cast<uint32_t>(ff));
+    if (DBosSetFilePosition(fd, 0) != 0) return here.fail(DBerrno, __LINE__);
+    if (DBosWriteData(fd, raw, 4, 0) != 0) return here.fail(DBerrno, __LINE__);
+    return DBosSetFileSize(fd, ff * bs);
+}
+}  // namespace
+
+extern "C" DBAPI int DBfpPackMemo(int dbf, int *memo) {
+    if (!memo) return here.fail(DBE_NULLPARAM, __LINE__);
+    if (_DBfpLockMemoStruc(*memo) != 0) return DBerrno;
+    DBFPTPKT *old = DBfpm;
+    if (old->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
+    if (_DBLockDataStruc(dbf) != 0) return DBerrno;
+    if (DBxbd->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
+    char path[512];
+    _DBCopyName(path, sizeof path, old->ph.n);
+    const int mode = old->om;
+    // A block size that no create code gives (VFP's 1-byte blocks, say)
+    // becomes 64 bytes: every pointer is rewritten anyway.
+    int code = _code_for(old->h.bsa);
+    if (code == 0) code = 64;
+    old->pcnt = old->pba = old->pcur = old->pmode = 0;
+
+    bool taken = false;
+    if (_DBMemoPackLockTable(dbf, &taken) != 0) return DBerrno;
+    char dir[512];
+    char tmp[600];
+    _DBMemoDirOf(dir, sizeof dir, path);
+    int rc = _DBMemoFreeName(tmp, sizeof tmp, dir, ".FPT");
+    if (rc == 0) rc = DBfpCreateMemo(tmp, code);
+    int fd = -1;
+    DBOMODE om{};
+    if (rc == 0) rc = DBosOpenFile(&fd, tmp, 0, &om);
+    const int32_t bs = code <= 32 ? code * 512 : code;
+    int32_t ff = (bs + 511) / bs;
+    DBMEMOREFS refs;
+    int32_t count = 0;
+    if (rc == 0) rc = DBGetRecordCount(dbf, &count);
+    DBfpm = old;
+    if (rc == 0 && old->ph.m.shared) rc = _DBfpGetMemoHeader();
+    for (int32_t rec = 1; rc == 0 && rec <= count; rec++) {
+        rc = DBGetRecord(dbf, rec);
+        if (rc > 0) rc = 0;  // a deleted record keeps its memos
+        _DBLockDataStruc(dbf);
+        for (int i = 0; rc == 0 && i < DBxbd->nf; i++) {
+            if (!_DBIsMemoField(i)) continue;
+            const int32_t b = _DBMemoFieldGet(i);
+            if (b == 0) continue;
+            int32_t nb = 0;
+            DBfpm = old;
+            rc = _copy_memo(b, fd, bs, &ff, &nb);
+            if (rc == 0 && nb != b) rc = refs.add(DBMEMOREF{rec, i, b, nb});
+        }
+    }
+    if (rc == 0) rc = _finish(fd, bs, ff);
+    if (fd >= 0) {
+        const int crc = DBosCloseFile(fd);
+        if (rc == 0) rc = crc;
+    }
+    if (rc != 0) {
+        // Nothing has changed: the old file and the table are as they were.
+        if (_DBIsFileThere(tmp)) _DBosDeleteFile(tmp);
+        _DBMemoPackUnlockTable(dbf, taken);
+        return _DBStatus(rc);
+    }
+    rc = DBfpCloseMemo(*memo);
+    if (rc == 0) {
+        *memo = -1;
+        rc = _DBMemoSwapIn(dbf, path, tmp, ".FPT", refs);
+        // Whatever the swap did, a memo file is under the old name: open it.
+        const int orc = DBfpOpenMemo(memo, path, mode);
+        if (rc == 0) rc = orc;
+    } else {
+        _DBosDeleteFile(tmp);
+    }
+    _DBMemoPackUnlockTable(dbf, taken);
+    return _DBStatus(rc);
+}
