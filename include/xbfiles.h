@@ -549,9 +549,11 @@ DBAPI int DBLockRecord(int handle, int32_t recno);
  * table not opened shared). */
 DBAPI int DBUnLockRecord(int handle, int32_t recno);
 /* Release the header lock if held; a shared table then rereads its header
- * before each use again. Records appended under the lock in a buffered
- * table are still in its cache: write them with DBFlushFile before the
- * release, or another process appends over them. */
+ * before each use again. Changes of a shared table still in its cache
+ * (records appended or rewritten under the lock) are flushed first, as
+ * they are by DBUnLockRecord, DBUnLockAll, DBLockRecord and DBLockFile, so
+ * no lock goes while another process could miss or overwrite them; a
+ * failed flush returns its error and keeps the locks. */
 DBAPI int DBUnLockHeader(int handle);
 /* Release every lock the table holds, exclusive and shared (read) locks
  * alike; lock bits and count become 0. Closing a table that holds

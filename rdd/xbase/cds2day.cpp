@@ -7,9 +7,6 @@ constexpr DBSite here{"rdd/xbase/cds2day"};
 
 extern "C" DBAPI int DBStrDateToDayOfWeek(char *name, char *text, int style) {
     int dow = 0;
-    int rc = DBStrDateToIntDayWeek(&dow, text, style);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    rc = DBDayOfWeek(name, dow);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    return _DBStatus(rc);
+    return _DBThen(here, DBStrDateToIntDayWeek(&dow, text, style), __LINE__,
+                   [&] { return DBDayOfWeek(name, dow); }, __LINE__);
 }

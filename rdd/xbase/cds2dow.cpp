@@ -7,9 +7,6 @@ constexpr DBSite here{"rdd/xbase/cds2dow"};
 
 extern "C" DBAPI int DBStrDateToIntDayWeek(int *dow, char *text, int style) {
     int32_t n = 0;
-    int rc = DBStrDateToLong(&n, text, style);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    rc = DBLongDateToDayOfWeek(dow, n);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    return _DBStatus(rc);
+    return _DBThen(here, DBStrDateToLong(&n, text, style), __LINE__,
+                   [&] { return DBLongDateToDayOfWeek(dow, n); }, __LINE__);
 }

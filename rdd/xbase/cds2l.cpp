@@ -9,9 +9,6 @@ extern "C" DBAPI int DBStrDateToLong(int32_t *daynum, char *text, int style) {
     int y = 0, m = 0, d = 0;
     // A blank date (202) is not a failure of the parser: its zeros go on to
     // the conversion, which refuses year 0 month 0 as an invalid date.
-    int rc = DBStrDateTo3(&y, &m, &d, text, style);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    rc = DBDate3ToLong(daynum, y, m, d);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    return _DBStatus(rc);
+    return _DBThen(here, DBStrDateTo3(&y, &m, &d, text, style), __LINE__,
+                   [&] { return DBDate3ToLong(daynum, y, m, d); }, __LINE__);
 }

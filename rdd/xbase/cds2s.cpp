@@ -7,9 +7,6 @@ constexpr DBSite here{"rdd/xbase/cds2s"};
 
 extern "C" DBAPI int DBConvertDateStr(char *out, int outstyle, char *in, int instyle) {
     int y = 0, m = 0, d = 0;
-    int rc = DBStrDateTo3(&y, &m, &d, in, instyle);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    rc = DBDate3ToStr(out, outstyle, y, m, d);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    return _DBStatus(rc);
+    return _DBThen(here, DBStrDateTo3(&y, &m, &d, in, instyle), __LINE__,
+                   [&] { return DBDate3ToStr(out, outstyle, y, m, d); }, __LINE__);
 }

@@ -9,13 +9,11 @@ constexpr DBSite here{"rdd/xbase/ctiget"};
 
 extern "C" DBAPI int DBGetTime3(int *hour, int *minute, int *second, int *hundredths) {
     if (!hour || !minute || !second || !hundredths) return here.fail(DBE_NULLPARAM, __LINE__);
-    const time_t now = time(nullptr);
-    // localtime hands back shared storage: copy from it at once.
-    const struct tm *t = localtime(&now);
-    if (!t) return here.fail(DBE_BADTIME, __LINE__);
-    *hour = t->tm_hour;
-    *minute = t->tm_min;
-    *second = t->tm_sec;
+    struct tm t;
+    if (!_DBLocalNow(t)) return here.fail(DBE_BADTIME, __LINE__);
+    *hour = t.tm_hour;
+    *minute = t.tm_min;
+    *second = t.tm_sec;
     // time() counts whole seconds; there are no hundredths to give.
     *hundredths = 0;
     return _DBStatus(DB_OK);

@@ -7,11 +7,8 @@ constexpr DBSite here{"rdd/xbase/ctsget"};
 
 extern "C" DBAPI int DBGetTimeStr(char *out, int style) {
     int h = 0, m = 0, s = 0, hs = 0;
-    int rc = DBGetTime3(&h, &m, &s, &hs);
-    if (rc < 0) return here.fail(rc, __LINE__);
     // localtime may report a leap second as :60, which the conversion
     // refuses as an invalid time.
-    rc = DBTime3ToStr(out, style, h, m, s);
-    if (rc < 0) return here.fail(rc, __LINE__);
-    return _DBStatus(rc);
+    return _DBThen(here, DBGetTime3(&h, &m, &s, &hs), __LINE__,
+                   [&] { return DBTime3ToStr(out, style, h, m, s); }, __LINE__);
 }

@@ -1,5 +1,6 @@
 // date.h - what the date and time functions share: the name tables, the
-// day-number limits and the average-year arithmetic behind day numbers.
+// day-number limits, the average-year arithmetic behind day numbers, the
+// local clock and the way composite conversions chain their steps.
 #pragma once
 
 #include "core.h"
@@ -45,3 +46,23 @@ inline int32_t _DBWholeYears(int32_t daynum) {
 // rewrites DBdpm[2]), then year 0..9999, month 1..12, day within the month.
 // Year 0 passes: it is divisible by 400 and so leap.
 bool _DBValidDate3(int year, int month, int day);
+
+// The local time now, copied out of localtime's shared storage at once.
+// False when the clock cannot be read or converted.
+struct tm;
+bool _DBLocalNow(struct tm &now);
+
+// The second step of a composite conversion (date string to day number,
+// day number to date string, clock to text ...). `first` is the status the
+// first step returned; `second` runs only if that is not a failure. A
+// negative status of either step fails the composite, which logs it once
+// more under its own file, at the line of the step that failed (the step's
+// own entry stands as well). A positive status of the first step is no
+// failure: the parser's 202 for a blank date passes its zeros on, and the
+// second step refuses them.
+template <class Second>
+int _DBThen(const DBSite &here, int first, int firstLine, Second second, int secondLine) {
+    if (first < 0) return here.fail(first, firstLine);
+    const int rc = second();
+    return rc < 0 ? here.fail(rc, secondLine) : _DBStatus(rc);
+}

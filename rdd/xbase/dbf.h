@@ -92,6 +92,16 @@ int _DBGetRecord(int32_t recno);
 int _DBAppendRecord(int32_t *recno);
 int _DBUpdateRecord(int32_t recno);
 
+// The offset of record k of d for calls on an existing record: -204 unless
+// k is one of 1..n (drget.cpp).
+int _DBExistingRecordOffset(const DBDATAPKT *d, int32_t k, int32_t *off);
+
+// The path every public field call takes (dfget.cpp): resolve the handle,
+// check the field number and the pointer, then convert, in the field's own
+// type or as text.
+int _DBFieldCall(int (*convert)(void *, int, int), int handle, int field, void *p, bool text);
+int _DBNamedFieldCall(int (*convert)(void *, int, int), int handle, char *name, void *p, bool text);
+
 // Field converters on DBxbd's record buffer (type: letter or binary code).
 int _DBVerifyField(int handle, int field);
 int _DBGetFieldData(void *out, int field, int type);

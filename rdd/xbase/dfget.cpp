@@ -22,6 +22,19 @@ void _raw(void *dst, const char *src, int len, size_t size) {
     std::memcpy(dst, src, static_cast<size_t>(len) < size ? static_cast<size_t>(len) : size);
 }
 
+// A 16- or 32-bit little-endian binary integer from the field, 0 when blank.
+template <class T>
+void _int(void *out, const char *src, int len, bool blank) {
+    uint8_t b[sizeof(T)];
+    _raw(b, src, len, sizeof b);
+    T v = 0;
+    if (!blank) {
+        if constexpr (sizeof(T) == 2) v = static_cast<T>(_DBLoadLE16(b));
+        else v = static_cast<T>(_DBLoadLE32(b));
+    }
+    std::memcpy(out, &v, sizeof v);
+}
+
 // A memo block number written as text. Parsed in 64 bits and kept in 32 so
 // that a 32-bit build reads the same number as a 64-bit one.
 int32_t _blockNumber(const char *src, int len) {
@@ -78,21 +91,15 @@ int _DBGetFieldData(void *out, int field, int type) {
     const int len = f.l;
     const bool blank = _isBlank(f, src);
     DBerrno = blank ? DBW_FIELDEMPTY : 0;
+    // An 'I' field asked for as text gives its binary integer all the same.
+    if (type == 'C' && f.t == 'I') type = 'I';
     switch (type) {
-    case 1: case 2: {
-        uint8_t b[2];
-        _raw(b, src, len, sizeof b);
-        const auto v = static_cast<int16_t>(blank ? 0 : _DBLoadLE16(b));
-        std::memcpy(out, &v, sizeof v);
+    case 1: case 2:
+        _int<int16_t>(out, src, len, blank);
         break;
-    }
-    case 3: case 4: case 11: case 'I': {
-        uint8_t b[4];
-        _raw(b, src, len, sizeof b);
-        const auto v = static_cast<int32_t>(blank ? 0 : _DBLoadLE32(b));
-        std::memcpy(out, &v, sizeof v);
+    case 3: case 4: case 11: case 'I':
+        _int<int32_t>(out, src, len, blank);
         break;
-    }
     case 13: case 'B': case 'F': {
         // Binary doubles, and 'F' on purpose: callers that ask for 'F' get
         // the stored bytes, not the value of the text.
@@ -102,13 +109,6 @@ int _DBGetFieldData(void *out, int field, int type) {
         break;
     }
     case 'C': {
-        if (f.t == 'I') {
-            uint8_t b[4];
-            _raw(b, src, len, sizeof b);
-            const auto v = static_cast<int32_t>(blank ? 0 : _DBLoadLE32(b));
-            std::memcpy(out, &v, sizeof v);
-            break;
-        }
         char *o = static_cast<char *>(out);
         std::memcpy(o, src, static_cast<size_t>(len));
         o[len] = '\0';
@@ -183,26 +183,33 @@ int _DBGetFieldData(void *out, int field, int type) {
     return DBerrno;
 }
 
-extern "C" DBAPI int DBGetFieldData(int handle, int field, void *out) {
+// The eight public field calls of this file and dfput.cpp (get or put, by
+// number or by name, in the field's own type or as text) share one path:
+// resolve the handle, check the field number and the pointer, convert.
+int _DBFieldCall(int (*convert)(void *, int, int), int handle, int field, void *p, bool text) {
     if (_DBVerifyField(handle, field) != 0) return DBerrno;
-    if (!out) return here.fail(DBE_NULLPARAM, __LINE__);
-    return _DBGetFieldData(out, field, static_cast<unsigned char>(DBxbd->f[field].t));
+    if (!p) return here.fail(DBE_NULLPARAM, __LINE__);
+    return convert(p, field, text ? 'C' : static_cast<unsigned char>(DBxbd->f[field].t));
+}
+
+int _DBNamedFieldCall(int (*convert)(void *, int, int), int handle, char *name, void *p, bool text) {
+    int field = 0;
+    if (DBGetFieldNumber(handle, &field, name) != 0) return DBerrno;
+    return _DBFieldCall(convert, handle, field, p, text);
+}
+
+extern "C" DBAPI int DBGetFieldData(int handle, int field, void *out) {
+    return _DBFieldCall(_DBGetFieldData, handle, field, out, false);
 }
 
 extern "C" DBAPI int DBGetStrField(int handle, int field, char *out) {
-    if (_DBVerifyField(handle, field) != 0) return DBerrno;
-    if (!out) return here.fail(DBE_NULLPARAM, __LINE__);
-    return _DBGetFieldData(out, field, 'C');
+    return _DBFieldCall(_DBGetFieldData, handle, field, out, true);
 }
 
 extern "C" DBAPI int DBGetNamedData(int handle, char *name, void *out) {
-    int field = 0;
-    if (DBGetFieldNumber(handle, &field, name) != 0) return DBerrno;
-    return DBGetFieldData(handle, field, out);
+    return _DBNamedFieldCall(_DBGetFieldData, handle, name, out, false);
 }
 
 extern "C" DBAPI int DBGetNamedStr(int handle, char *name, char *out) {
-    int field = 0;
-    if (DBGetFieldNumber(handle, &field, name) != 0) return DBerrno;
-    return DBGetStrField(handle, field, out);
+    return _DBNamedFieldCall(_DBGetFieldData, handle, name, out, true);
 }

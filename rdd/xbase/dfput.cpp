@@ -14,6 +14,17 @@ void _raw(char *dst, int len, const void *src, size_t size) {
     std::memcpy(dst, src, static_cast<size_t>(len) < size ? static_cast<size_t>(len) : size);
 }
 
+// The caller's 16- or 32-bit integer (host order), stored little-endian.
+template <class T>
+void _int(char *dst, int len, const void *in) {
+    T v = 0;
+    std::memcpy(&v, in, sizeof v);
+    uint8_t b[sizeof(T)];
+    if constexpr (sizeof(T) == 2) _DBStoreLE16(b, static_cast<uint16_t>(v));
+    else _DBStoreLE32(b, static_cast<uint32_t>(v));
+    _raw(dst, len, b, sizeof b);
+}
+
 // Length of a caller's text, looking no further than `cap` bytes.
 int _textLen(const char *s, int cap) {
     const void *z = std::memchr(s, 0, static_cast<size_t>(cap));
@@ -70,22 +81,12 @@ int _DBPutFieldData(void *in, int field, int type) {
     const int len = f.l;
     DBerrno = 0;
     switch (type) {
-    case 1: case 2: {
-        int16_t v = 0;
-        std::memcpy(&v, in, sizeof v);
-        uint8_t b[2];
-        _DBStoreLE16(b, static_cast<uint16_t>(v));
-        _raw(dst, len, b, sizeof b);
+    case 1: case 2:
+        _int<int16_t>(dst, len, in);
         break;
-    }
-    case 3: case 4: case 11: case 'I': {
-        int32_t v = 0;
-        std::memcpy(&v, in, sizeof v);
-        uint8_t b[4];
-        _DBStoreLE32(b, static_cast<uint32_t>(v));
-        _raw(dst, len, b, sizeof b);
+    case 3: case 4: case 11: case 'I':
+        _int<int32_t>(dst, len, in);
         break;
-    }
     case 13:
         _raw(dst, len, in, 8);
         break;
@@ -149,26 +150,19 @@ int _DBPutFieldData(void *in, int field, int type) {
     return DBerrno;
 }
 
+
 extern "C" DBAPI int DBPutFieldData(int handle, int field, void *in) {
-    if (_DBVerifyField(handle, field) != 0) return DBerrno;
-    if (!in) return here.fail(DBE_NULLPARAM, __LINE__);
-    return _DBPutFieldData(in, field, static_cast<unsigned char>(DBxbd->f[field].t));
+    return _DBFieldCall(_DBPutFieldData, handle, field, in, false);
 }
 
 extern "C" DBAPI int DBPutStrField(int handle, int field, char *in) {
-    if (_DBVerifyField(handle, field) != 0) return DBerrno;
-    if (!in) return here.fail(DBE_NULLPARAM, __LINE__);
-    return _DBPutFieldData(in, field, 'C');
+    return _DBFieldCall(_DBPutFieldData, handle, field, in, true);
 }
 
 extern "C" DBAPI int DBPutNamedData(int handle, char *name, void *in) {
-    int field = 0;
-    if (DBGetFieldNumber(handle, &field, name) != 0) return DBerrno;
-    return DBPutFieldData(handle, field, in);
+    return _DBNamedFieldCall(_DBPutFieldData, handle, name, in, false);
 }
 
 extern "C" DBAPI int DBPutNamedStr(int handle, char *name, char *in) {
-    int field = 0;
-    if (DBGetFieldNumber(handle, &field, name) != 0) return DBerrno;
-    return DBPutStrField(handle, field, in);
+    return _DBNamedFieldCall(_DBPutFieldData, handle, name, in, true);
 }

@@ -436,8 +436,22 @@ int _DBUnLockAll() {
 // Public calls
 // ---------------------------------------------------------------------------
 
+namespace {
+// A shared table's cached changes reach the file while the locks that
+// protect them are still held: once a lock goes (or is swapped for another,
+// as DBLockRecord and DBLockFile do), another process may read those
+// records or append at the same record number. A failed flush keeps the
+// locks, so the caller can retry.
+int _settle() {
+    DBDATAPKT *d = DBxbd;
+    if (!d->ph.m.shared || d->u == 0) return 0;
+    return _DBFlushFile();
+}
+}  // namespace
+
 extern "C" DBAPI int DBLockFile(int handle) {
     if (_DBLockDataStruc(handle) != 0) return DBerrno;
+    if (_settle() != 0) return DBerrno;
     return _DBStatus(_DBLockFile());
 }
 
@@ -453,21 +467,25 @@ extern "C" DBAPI int DBLockAppend(int handle) {
 
 extern "C" DBAPI int DBLockRecord(int handle, int32_t recno) {
     if (_DBLockDataStruc(handle) != 0) return DBerrno;
+    if (_settle() != 0) return DBerrno;
     return _DBStatus(_DBLockRecord(recno));
 }
 
 extern "C" DBAPI int DBUnLockRecord(int handle, int32_t recno) {
     if (_DBLockDataStruc(handle) != 0) return DBerrno;
+    if (_settle() != 0) return DBerrno;
     return _DBStatus(_DBUnLockRecord(recno));
 }
 
 extern "C" DBAPI int DBUnLockHeader(int handle) {
     if (_DBLockDataStruc(handle) != 0) return DBerrno;
+    if (_settle() != 0) return DBerrno;
     return _DBStatus(_DBUnLockHeader());
 }
 
 extern "C" DBAPI int DBUnLockAll(int handle) {
     if (_DBLockDataStruc(handle) != 0) return DBerrno;
+    if (_settle() != 0) return DBerrno;
     return _DBStatus(_DBUnLockAll());
 }
 

@@ -28,6 +28,13 @@ int _DBRecordOffset(const DBDATAPKT *d, int32_t k, int32_t *off) {
     return 0;
 }
 
+// The offset of record k for the calls that read or change an existing
+// record (here and in drput.cpp): -204 unless k is one of 1..n.
+int _DBExistingRecordOffset(const DBDATAPKT *d, int32_t k, int32_t *off) {
+    if (k < 1 || k > d->h.n) return here.fail(DBE_SEEK, __LINE__);
+    return _DBRecordOffset(d, k, off);
+}
+
 int _DBBufferFieldSize(const DBFIELDSTRUC &f, bool put) {
     switch (f.t) {
     case 'C': return f.l + 1;
@@ -47,9 +54,8 @@ int _DBFillCache(DBDATAPKT *d, int32_t k) {
         _CurrentTable cur(d);
         if (_DBFlushFile() != 0) return DBerrno;
     }
-    if (k < 1 || k > d->h.n) return here.fail(DBE_SEEK, __LINE__);
     int32_t off = 0;
-    if (_DBRecordOffset(d, k, &off) != 0) return DBerrno;
+    if (_DBExistingRecordOffset(d, k, &off) != 0) return DBerrno;
     const int64_t left = static_cast<int64_t>(d->h.n) + 1 - k;
     const int count = left < b.rl ? static_cast<int>(left) : b.rl;
     // The block is about to be overwritten: until the read succeeds it
@@ -73,10 +79,9 @@ int _DBFillCache(DBDATAPKT *d, int32_t k) {
 
 int _DBGetRecord(int32_t recno) {
     DBDATAPKT *d = DBxbd;
-    if (recno < 1 || recno > d->h.n) return here.fail(DBE_SEEK, __LINE__);
+    int32_t off = 0;
+    if (_DBExistingRecordOffset(d, recno, &off) != 0) return DBerrno;
     if (d->ph.m.always_flush || !d->b.p) {
-        int32_t off = 0;
-        if (_DBRecordOffset(d, recno, &off) != 0) return DBerrno;
         if (DBosSetFilePosition(d->ph.dh, off) != 0) return here.fail(DBerrno, __LINE__);
         if (DBosReadData(d->ph.dh, d->b.r, d->h.r) != 0) return DBerrno;
     } else {

@@ -134,12 +134,12 @@ int _DBAppendRecord(int32_t *recno) {
     return _DBStatus(0);
 }
 
+
 int _DBUpdateRecord(int32_t recno) {
     DBDATAPKT *d = DBxbd;
-    if (recno < 1 || recno > d->h.n) return here.fail(DBE_SEEK, __LINE__);
+    int32_t off = 0;
+    if (_DBExistingRecordOffset(d, recno, &off) != 0) return DBerrno;
     if (d->ph.m.always_flush || !d->b.p) {
-        int32_t off = 0;
-        if (_DBRecordOffset(d, recno, &off) != 0) return DBerrno;
         if (_DBWriteAt(here, __LINE__, d->ph.dh, off, d->b.r, d->h.r, d->ph.flush_disk) != 0) return DBerrno;
         // The date goes in under the header lock when nothing else guards
         // the header; the lock rereads the header, so the stamp comes after.

@@ -108,6 +108,12 @@ void _addto(char *acc, const char *term, bool subtract) {
 
 int _term();
 
+// Log a failure whose status the date code already stored, and pass it on.
+int _relay(int rc, int line) {
+    here.log(rc, line);
+    return rc;
+}
+
 // Step over the ")" that closes a function term. A missing one is a bad
 // expression (stepping blindly would walk past the end of the text).
 int _close(int line) {
@@ -133,6 +139,12 @@ int _count(size_t *n) {
     return 0;
 }
 
+// The start of LEFT, RIGHT, PADR and SUBSTR: a string term, then a count.
+int _strcount(size_t *n, int line) {
+    const int rc = _inner('C', 'C', line);
+    return rc < 0 ? rc : _count(n);
+}
+
 int _dtoc() {
     int rc = _inner('D', 'D', __LINE__);
     if (rc < 0) return rc;
@@ -144,18 +156,12 @@ int _dtoc() {
         char out[16];
         int y = 0, m = 0, d = 0;
         rc = DBStrDateTo3(&y, &m, &d, term_buf, DBdate_style);
-        if (rc == DBW_EMPTY) {
+        if (rc == DBW_EMPTY)
             std::memcpy(out, "        ", 9);
-        } else if (rc < 0) {
-            here.log(rc, __LINE__);
-            return rc;
-        } else {
-            rc = DBDate3ToStr(out, 4, y, m, d);
-            if (rc < 0) {
-                here.log(rc, __LINE__);
-                return rc;
-            }
-        }
+        else if (rc < 0)
+            return _relay(rc, __LINE__);
+        else if ((rc = DBDate3ToStr(out, 4, y, m, d)) < 0)
+            return _relay(rc, __LINE__);
         if (_termroom(9, __LINE__) != 0) return DBE_NOMEMORY;
         std::memcpy(term_buf, out, 9);
     }
@@ -166,26 +172,23 @@ int _dtoc() {
 // LEFT, RIGHT and SUBSTR only move bytes inside the term buffer and never
 // shrink it, so flen (left as it was) still fits inside the buffer.
 int _left() {
-    int rc = _inner('C', 'C', __LINE__);
     size_t n = 0;
-    if (rc < 0 || (rc = _count(&n)) < 0) return rc;
+    if (const int rc = _strcount(&n, __LINE__); rc < 0) return rc;
     if (n < std::strlen(term_buf)) term_buf[n] = '\0';
     return _close(__LINE__);
 }
 
 int _right() {
-    int rc = _inner('C', 'C', __LINE__);
     size_t n = 0;
-    if (rc < 0 || (rc = _count(&n)) < 0) return rc;
+    if (const int rc = _strcount(&n, __LINE__); rc < 0) return rc;
     const size_t len = std::strlen(term_buf);
     if (n < len) std::memmove(term_buf, term_buf + (len - n), n + 1);
     return _close(__LINE__);
 }
 
 int _padr() {
-    int rc = _inner('C', 'C', __LINE__);
     size_t n = 0;
-    if (rc < 0 || (rc = _count(&n)) < 0) return rc;
+    if (const int rc = _strcount(&n, __LINE__); rc < 0) return rc;
     // n may exceed flen (PADR wider than the field): the buffer grows to
     // the text, flen stays as it was.
     if (_termroom(n + 1, __LINE__) != 0) return DBE_NOMEMORY;
@@ -276,9 +279,9 @@ int _str() {
 }
 
 int _substr() {
-    int rc = _inner('C', 'C', __LINE__);
     size_t start = 0;
-    if (rc < 0 || (rc = _count(&start)) < 0) return rc;
+    int rc = _strcount(&start, __LINE__);
+    if (rc < 0) return rc;
     size_t len = std::strlen(term_buf);
     // Positions count from 1; 0 or less starts at the first character, a
     // start past the end leaves nothing.

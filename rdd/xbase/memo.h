@@ -3,6 +3,7 @@
 #pragma once
 
 #include "core.h"
+#include "dbf.h"
 
 // FPT header (held in host order; big-endian on disk).
 struct DBFPTHDR {
@@ -69,6 +70,32 @@ constexpr char DBMEMO_LOCKED = 4;  // the memo lock (DBfpLockMemo, DBxbLockMemo)
 constexpr int32_t DBMEMO_LOCKPOS = 0;
 constexpr int32_t DBMEMO_LOCKLEN = 1;
 
+// ---- Both families: opening, closing, the memo lock ------------------------
+// A failure that the file layer has not logged already is logged under the
+// caller's identifier: `site` and `line` name the caller's failure point.
+//
+// Open `path` for the memo packet ph with the open-mode word as given and
+// set the packet's mode bits. Automatic locks make the file shared and
+// write-through (and mean nothing when it is read only).
+int _DBMemoOpenFile(DBPKTHDR &ph, char *path, int mode);
+// Undo an open that failed part way: close the file if it was opened and
+// free the slot.
+void _DBMemoOpenUndo(int handle, DBPKTHDR &ph);
+// Give back the lock of the memo packet of `handle` (ph), close its file and
+// free the slot; the caller clears its current-packet global.
+int _DBMemoClose(int handle, DBPKTHDR &ph);
+// Take and release the memo lock of ph: one lock however often it is asked
+// for; a read-only file cannot take it (-236).
+int _DBMemoLock(DBPKTHDR &ph, const DBSite &site, int line);
+int _DBMemoUnLock(DBPKTHDR &ph);
+// The lock one write needs. A file that is not shared, or that holds one of
+// the lock bits `held`, needs none; one opened with automatic locks takes
+// the memo lock here (*taken); any other shared file fails with -242.
+int _DBMemoWriteLock(DBPKTHDR &ph, char held, bool *taken, const DBSite &site, int line);
+// Give back what _DBMemoWriteLock took. Returns the write's status rc, or
+// the unlock's when rc is 0; a failed write keeps its own DBerrno.
+int _DBMemoWriteUnlock(DBPKTHDR &ph, bool taken, int rc);
+
 // ---- FPT ------------------------------------------------------------------
 int DBfpCloseMemo(int handle);
 // Resolve an FPT handle into DBfpm: -213 unless the slot holds an FPT file.
@@ -78,9 +105,6 @@ int _DBfpGetMemoHeader();
 // Check a header as read: block size 1..65536 (-249), next free block at
 // least 1 and its byte address within 32 bits (-206).
 int _DBfpCheckHeader(const DBFPTHDR &h);
-// Take and release the memo lock of DBfpm.
-int _DBfpLockMemo();
-int _DBfpUnLockMemo();
 
 // ---- DBT ------------------------------------------------------------------
 int DBxbCloseMemo(int handle);
@@ -106,8 +130,6 @@ int _DBxbScanIII(int32_t at, char **out, int32_t *len);
 // Write `len` bytes as a text of DBxbm; *block: 0 for a new text, else the
 // text it replaces. The caller has checked locks and the open mode.
 int _DBxbWriteText(int32_t *block, const char *data, int32_t len);
-int _DBxbLockMemo();
-int _DBxbUnLockMemo();
 // Layout of an open DBT: true for the dBASE IV layout.
 inline bool _DBxbIsIV(const DBDBTPKT *m) { return m->v == 2; }
 
@@ -148,6 +170,42 @@ int _DBMemoSwapIn(int dbf, char *memo, char *tmp, const char *ext, const DBMEMOR
 // hold one already; *taken says whether to give it back.
 int _DBMemoPackLockTable(int dbf, bool *taken);
 void _DBMemoPackUnlockTable(int dbf, bool taken);
+// The start of a pack of either family, its checks done: the table's lock
+// (_DBMemoPackLockTable) and a free temporary name beside `path`, with
+// extension `ext`, in tmp (which must hold "" beforehand: a failure leaves
+// it so). A failure is for _DBMemoPackEnd to clean up after.
+int _DBMemoPackBegin(int dbf, const char *path, const char *ext, char *tmp, size_t cap, bool *taken);
+// Every memo pointer of every record of table dbf, deleted records
+// included (they can still be recalled), handed to copy(block, &newblock);
+// the pointers that change are listed in refs. Stops at the first failure.
+template <class Copy>
+int _DBMemoPackCopy(int dbf, DBMEMOREFS &refs, Copy copy) {
+    int32_t count = 0;
+    int rc = DBGetRecordCount(dbf, &count);
+    for (int32_t rec = 1; rc == 0 && rec <= count; rec++) {
+        rc = DBGetRecord(dbf, rec);
+        if (rc > 0) rc = 0;  // a deleted record keeps its memos
+        _DBLockDataStruc(dbf);
+        for (int i = 0; rc == 0 && i < DBxbd->nf; i++) {
+            if (!_DBIsMemoField(i)) continue;
+            const int32_t b = _DBMemoFieldGet(i);
+            if (b == 0) continue;
+            int32_t nb = 0;
+            rc = copy(b, &nb);
+            if (rc == 0 && nb != b) rc = refs.add(DBMEMOREF{rec, i, b, nb});
+            _DBLockDataStruc(dbf);
+        }
+    }
+    return rc;
+}
+// The end of a pack of either family (fpt says which), rc the status of the
+// copy into tmp. On failure the temporary file goes and nothing else has
+// changed. Else the old file's handle *memo is closed, the new file takes
+// its place (_DBMemoSwapIn) and *memo is opened again under the old name
+// with the open-mode word `mode`, whatever the swap did. Gives back the
+// table lock that _DBMemoPackBegin took.
+int _DBMemoPackEnd(int dbf, int *memo, bool fpt, char *path, char *tmp, int mode, const DBMEMOREFS &refs,
+                   bool taken, int rc);
 
 // Read the block header of FPT memo `block` of DBfpm after checking that
 // the block is 1..ff-1 and lies within the file (-204), and that its length

@@ -1,4 +1,5 @@
-// topen.cpp - opening and closing DBT memo files, and the DBT resolver.
+// topen.cpp - opening and closing DBT memo files, the DBT resolver, and the
+// open and close steps that both memo families share.
 //
 // The layout is not guessed from the file: the version the caller opens it
 // with says it (2 dBASE IV; 0, 1, 3, 5, 6, 7 dBASE III), as the table's
@@ -19,6 +20,36 @@ int _DBxbLockMemoStruc(int handle) {
     return 0;
 }
 
+int _DBMemoOpenFile(DBPKTHDR &ph, char *path, int mode) {
+    if (mode & DBO_AUTOLOCK) {
+        mode |= DBO_SHARED | DBO_FLUSH;
+        if (mode & DBO_READONLY) mode &= ~DBO_AUTOLOCK;
+    }
+    if (DBosOpenFile(&ph.dh, path, mode, &ph.m) != 0) return DBerrno;
+    _DBCopyName(ph.n, sizeof ph.n, path);
+    if (mode & DBO_FLUSH) {
+        ph.m.always_flush = 1;
+        ph.flush_disk = 1;
+    }
+    if ((mode & DBO_AUTOLOCK) && ph.m.shared) ph.m.auto_locks = 1;
+    if ((mode & DBO_MULTILOCK) && ph.m.shared) ph.m.multi_locks = 1;
+    if (ph.m.shared) ph.m.read_header_information = 1;
+    return 0;
+}
+
+void _DBMemoOpenUndo(int handle, DBPKTHDR &ph) {
+    if (ph.dh >= 0) DBosCloseFile(ph.dh);
+    _DBReleaseFilePacket(handle);
+}
+
+int _DBMemoClose(int handle, DBPKTHDR &ph) {
+    if (ph.ls && _DBMemoUnLock(ph) != 0) return DBerrno;
+    if (ph.dh >= 0 && DBosCloseFile(ph.dh) != 0) return DBerrno;
+    ph.dh = -1;
+    _DBReleaseFilePacket(handle);
+    return 0;
+}
+
 extern "C" DBAPI int DBxbOpenMemo(int *handle, char *path, int mode) {
     DBclose[DBPT_DBT] = DBxbCloseMemo;
     if (!handle || !path) return here.fail(DBE_NULLPARAM, __LINE__);
@@ -32,25 +63,13 @@ extern "C" DBAPI int DBxbOpenMemo(int *handle, char *path, int mode) {
     if (_DBAllocNewFilePacket(&h, DBPT_DBT, &p) != 0) return DBerrno;
     auto *m = static_cast<DBDBTPKT *>(p);
     m->om = mode;
-    if (mode & DBO_AUTOLOCK) {
-        mode |= DBO_SHARED | DBO_FLUSH;
-        if (mode & DBO_READONLY) mode &= ~DBO_AUTOLOCK;
-    }
+    // Every failure from here on closes what was opened and frees the slot.
     auto failed = [&](int code, int line) {
-        if (m->ph.dh >= 0) DBosCloseFile(m->ph.dh);
-        _DBReleaseFilePacket(h);
+        _DBMemoOpenUndo(h, m->ph);
         if (DBxbm == m) DBxbm = nullptr;
         return code ? here.fail(code, line) : DBerrno;
     };
-    if (DBosOpenFile(&m->ph.dh, path, mode, &m->ph.m) != 0) return failed(0, __LINE__);
-    _DBCopyName(m->ph.n, sizeof m->ph.n, path);
-    if (mode & DBO_FLUSH) {
-        m->ph.m.always_flush = 1;
-        m->ph.flush_disk = 1;
-    }
-    if ((mode & DBO_AUTOLOCK) && m->ph.m.shared) m->ph.m.auto_locks = 1;
-    if ((mode & DBO_MULTILOCK) && m->ph.m.shared) m->ph.m.multi_locks = 1;
-    if (m->ph.m.shared) m->ph.m.read_header_information = 1;
+    if (_DBMemoOpenFile(m->ph, path, mode) != 0) return failed(0, __LINE__);
     m->v = version;
     m->bs = 512;
     DBxbm = m;
@@ -64,10 +83,7 @@ extern "C" DBAPI int DBxbOpenMemo(int *handle, char *path, int mode) {
 extern "C" DBAPI int DBxbCloseMemo(int handle) {
     if (_DBxbLockMemoStruc(handle) != 0) return DBerrno;
     DBDBTPKT *m = DBxbm;
-    if (m->ph.ls && _DBxbUnLockMemo() != 0) return DBerrno;
-    if (m->ph.dh >= 0 && DBosCloseFile(m->ph.dh) != 0) return DBerrno;
-    m->ph.dh = -1;
-    _DBReleaseFilePacket(handle);
+    if (_DBMemoClose(handle, m->ph) != 0) return DBerrno;
     if (DBxbm == m) DBxbm = nullptr;
     return _DBStatus(0);
 }

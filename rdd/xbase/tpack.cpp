@@ -169,6 +169,35 @@ void _DBMemoPackUnlockTable(int dbf, bool taken) {
     DBerrno = saved;
 }
 
+int _DBMemoPackBegin(int dbf, const char *path, const char *ext, char *tmp, size_t cap, bool *taken) {
+    if (_DBMemoPackLockTable(dbf, taken) != 0) return DBerrno;
+    char dir[512];
+    _DBMemoDirOf(dir, sizeof dir, path);
+    return _DBMemoFreeName(tmp, cap, dir, ext);
+}
+
+int _DBMemoPackEnd(int dbf, int *memo, bool fpt, char *path, char *tmp, int mode, const DBMEMOREFS &refs,
+                   bool taken, int rc) {
+    if (rc != 0) {
+        // Nothing has changed: the old file and the table are as they were.
+        if (_DBIsFileThere(tmp)) _DBosDeleteFile(tmp);
+        _DBMemoPackUnlockTable(dbf, taken);
+        return _DBStatus(rc);
+    }
+    rc = fpt ? DBfpCloseMemo(*memo) : DBxbCloseMemo(*memo);
+    if (rc == 0) {
+        *memo = -1;
+        rc = _DBMemoSwapIn(dbf, path, tmp, fpt ? ".FPT" : ".DBT", refs);
+        // Whatever the swap did, a memo file is under the old name: open it.
+        const int orc = fpt ? DBfpOpenMemo(memo, path, mode) : DBxbOpenMemo(memo, path, mode);
+        if (rc == 0) rc = orc;
+    } else {
+        _DBosDeleteFile(tmp);
+    }
+    _DBMemoPackUnlockTable(dbf, taken);
+    return _DBStatus(rc);
+}
+
 extern "C" DBAPI int DBxbPackMemo(int dbf, int *memo) {
     if (!memo) return here.fail(DBE_NULLPARAM, __LINE__);
     if (_DBxbLockMemoStruc(*memo) != 0) return DBerrno;
@@ -183,60 +212,30 @@ extern "C" DBAPI int DBxbPackMemo(int dbf, int *memo) {
     const int blocks = (old->bs % 512 == 0 && old->bs / 512 >= 1 && old->bs / 512 <= 32) ? old->bs / 512 : 1;
 
     bool taken = false;
-    if (_DBMemoPackLockTable(dbf, &taken) != 0) return DBerrno;
-    char dir[512];
-    char tmp[600];
-    _DBMemoDirOf(dir, sizeof dir, path);
-    int rc = _DBMemoFreeName(tmp, sizeof tmp, dir, ".DBT");
+    char tmp[600] = "";
+    int rc = _DBMemoPackBegin(dbf, path, ".DBT", tmp, sizeof tmp, &taken);
     if (rc == 0) rc = _DBxbCreateMemo(tmp, blocks, version, path);
     int nh = -1;
     if (rc == 0) rc = DBxbOpenMemo(&nh, tmp, version);
     DBMEMOREFS refs;
-    int32_t count = 0;
-    if (rc == 0) rc = DBGetRecordCount(dbf, &count);
-    for (int32_t rec = 1; rc == 0 && rec <= count; rec++) {
-        rc = DBGetRecord(dbf, rec);
-        if (rc > 0) rc = 0;  // a deleted record keeps its texts
-        _DBLockDataStruc(dbf);
-        for (int i = 0; rc == 0 && i < DBxbd->nf; i++) {
-            if (!_DBIsMemoField(i)) continue;
-            const int32_t b = _DBMemoFieldGet(i);
-            if (b == 0) continue;
-            char *text = nullptr;
-            int32_t len = 0;
-            DBxbm = old;
-            rc = _DBxbReadText(b, &text, &len);
-            DBOwned<char> own(text);
-            int32_t nb = 0;
-            if (rc == 0) {
-                _DBxbLockMemoStruc(nh);
-                DBerrno = 0;
-                rc = _DBxbWriteText(&nb, text, len);
-            }
-            if (rc == 0 && nb != b) rc = refs.add(DBMEMOREF{rec, i, b, nb});
-            _DBLockDataStruc(dbf);
+    // Each text is read whole from the old file and written as a new text of
+    // the new one, which gives it its place there.
+    if (rc == 0) rc = _DBMemoPackCopy(dbf, refs, [&](int32_t b, int32_t *nb) {
+        char *text = nullptr;
+        int32_t len = 0;
+        DBxbm = old;
+        int r = _DBxbReadText(b, &text, &len);
+        DBOwned<char> own(text);
+        if (r == 0) {
+            _DBxbLockMemoStruc(nh);
+            DBerrno = 0;
+            r = _DBxbWriteText(nb, text, len);
         }
-    }
+        return r;
+    });
     if (nh >= 0) {
         const int crc = DBxbCloseMemo(nh);
         if (rc == 0) rc = crc;
     }
-    if (rc != 0) {
-        // Nothing has changed: the old file and the table are as they were.
-        if (_DBIsFileThere(tmp)) _DBosDeleteFile(tmp);
-        _DBMemoPackUnlockTable(dbf, taken);
-        return _DBStatus(rc);
-    }
-    rc = DBxbCloseMemo(*memo);
-    if (rc == 0) {
-        *memo = -1;
-        rc = _DBMemoSwapIn(dbf, path, tmp, ".DBT", refs);
-        // Whatever the swap did, a memo file is under the old name: open it.
-        const int orc = DBxbOpenMemo(memo, path, mode);
-        if (rc == 0) rc = orc;
-    } else {
-        _DBosDeleteFile(tmp);
-    }
-    _DBMemoPackUnlockTable(dbf, taken);
-    return _DBStatus(rc);
+    return _DBMemoPackEnd(dbf, memo, false, path, tmp, mode, refs, taken, rc);
 }

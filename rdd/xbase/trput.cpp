@@ -323,19 +323,9 @@ extern "C" DBAPI int DBxbPutMemoRecord(int handle, int32_t *block, char *text, i
     if (len > INT32_MAX - 16) return here.fail(DBE_BADDATA, __LINE__);
     DBDBTPKT *m = DBxbm;
     if (m->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
-    bool locked_here = false;
-    if (m->ph.m.shared && !(m->ph.ls & DBMEMO_LOCKED)) {
-        if (!m->ph.m.auto_locks) return here.fail(DBE_NOTLOCKED, __LINE__);
-        if (_DBxbLockMemo() != 0) return DBerrno;
-        locked_here = true;
-    }
+    bool taken = false;
+    if (_DBMemoWriteLock(m->ph, DBMEMO_LOCKED, &taken, here, __LINE__) != 0) return DBerrno;
     DBerrno = 0;
-    int rc = _DBxbWriteText(block, text, static_cast<int32_t>(len));
-    if (locked_here) {
-        const int saved = DBerrno;
-        const int urc = _DBxbUnLockMemo();
-        if (rc == 0) rc = urc;
-        else DBerrno = saved;
-    }
-    return _DBStatus(rc);
+    const int rc = _DBxbWriteText(block, text, static_cast<int32_t>(len));
+    return _DBStatus(_DBMemoWriteUnlock(m->ph, taken, rc));
 }

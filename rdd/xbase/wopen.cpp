@@ -1,4 +1,5 @@
-// wopen.cpp - opening and closing FPT memo files, and the FPT resolver.
+// wopen.cpp - opening and closing FPT memo files, and the FPT resolver (the
+// steps both memo families share are topen.cpp's).
 #include "memo.h"
 #include "os.h"
 
@@ -30,26 +31,13 @@ extern "C" DBAPI int DBfpOpenMemo(int *handle, char *path, int mode) {
     if (_DBAllocNewFilePacket(&h, DBPT_FPT, &p) != 0) return DBerrno;
     auto *m = static_cast<DBFPTPKT *>(p);
     m->om = mode;
-    if (mode & DBO_AUTOLOCK) {
-        mode |= DBO_SHARED | DBO_FLUSH;
-        if (mode & DBO_READONLY) mode &= ~DBO_AUTOLOCK;
-    }
     // Every failure from here on closes what was opened and frees the slot.
     auto failed = [&](int code, int line) {
-        if (m->ph.dh >= 0) DBosCloseFile(m->ph.dh);
-        _DBReleaseFilePacket(h);
+        _DBMemoOpenUndo(h, m->ph);
         if (DBfpm == m) DBfpm = nullptr;
         return code ? here.fail(code, line) : DBerrno;
     };
-    if (DBosOpenFile(&m->ph.dh, path, mode, &m->ph.m) != 0) return failed(0, __LINE__);
-    _DBCopyName(m->ph.n, sizeof m->ph.n, path);
-    if (mode & DBO_FLUSH) {
-        m->ph.m.always_flush = 1;
-        m->ph.flush_disk = 1;
-    }
-    if ((mode & DBO_AUTOLOCK) && m->ph.m.shared) m->ph.m.auto_locks = 1;
-    if ((mode & DBO_MULTILOCK) && m->ph.m.shared) m->ph.m.multi_locks = 1;
-    if (m->ph.m.shared) m->ph.m.read_header_information = 1;
+    if (_DBMemoOpenFile(m->ph, path, mode) != 0) return failed(0, __LINE__);
     const int style = mode & 0xFF;
     if (style != 0 && style != 4 && style != 8 && style != 10) return failed(DBE_BADVERSION, __LINE__);
     int32_t len = 0;
@@ -65,10 +53,7 @@ extern "C" DBAPI int DBfpOpenMemo(int *handle, char *path, int mode) {
 extern "C" DBAPI int DBfpCloseMemo(int handle) {
     if (_DBfpLockMemoStruc(handle) != 0) return DBerrno;
     DBFPTPKT *m = DBfpm;
-    if (m->ph.ls && _DBfpUnLockMemo() != 0) return DBerrno;
-    if (m->ph.dh >= 0 && DBosCloseFile(m->ph.dh) != 0) return DBerrno;
-    m->ph.dh = -1;
-    _DBReleaseFilePacket(handle);
+    if (_DBMemoClose(handle, m->ph) != 0) return DBerrno;
     if (DBfpm == m) DBfpm = nullptr;
     return _DBStatus(0);
 }

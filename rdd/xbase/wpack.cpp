@@ -64,11 +64,8 @@ extern "C" DBAPI int DBfpPackMemo(int dbf, int *memo) {
     old->pcnt = old->pba = old->pcur = old->pmode = 0;
 
     bool taken = false;
-    if (_DBMemoPackLockTable(dbf, &taken) != 0) return DBerrno;
-    char dir[512];
-    char tmp[600];
-    _DBMemoDirOf(dir, sizeof dir, path);
-    int rc = _DBMemoFreeName(tmp, sizeof tmp, dir, ".FPT");
+    char tmp[600] = "";
+    int rc = _DBMemoPackBegin(dbf, path, ".FPT", tmp, sizeof tmp, &taken);
     if (rc == 0) rc = DBfpCreateMemo(tmp, code);
     int fd = -1;
     DBOMODE om{};
@@ -76,45 +73,16 @@ extern "C" DBAPI int DBfpPackMemo(int dbf, int *memo) {
     const int32_t bs = code <= 32 ? code * 512 : code;
     int32_t ff = (bs + 511) / bs;
     DBMEMOREFS refs;
-    int32_t count = 0;
-    if (rc == 0) rc = DBGetRecordCount(dbf, &count);
     DBfpm = old;
     if (rc == 0 && old->ph.m.shared) rc = _DBfpGetMemoHeader();
-    for (int32_t rec = 1; rc == 0 && rec <= count; rec++) {
-        rc = DBGetRecord(dbf, rec);
-        if (rc > 0) rc = 0;  // a deleted record keeps its memos
-        _DBLockDataStruc(dbf);
-        for (int i = 0; rc == 0 && i < DBxbd->nf; i++) {
-            if (!_DBIsMemoField(i)) continue;
-            const int32_t b = _DBMemoFieldGet(i);
-            if (b == 0) continue;
-            int32_t nb = 0;
-            DBfpm = old;
-            rc = _copy_memo(b, fd, bs, &ff, &nb);
-            if (rc == 0 && nb != b) rc = refs.add(DBMEMOREF{rec, i, b, nb});
-        }
-    }
+    if (rc == 0) rc = _DBMemoPackCopy(dbf, refs, [&](int32_t b, int32_t *nb) {
+        DBfpm = old;
+        return _copy_memo(b, fd, bs, &ff, nb);
+    });
     if (rc == 0) rc = _finish(fd, bs, ff);
     if (fd >= 0) {
         const int crc = DBosCloseFile(fd);
         if (rc == 0) rc = crc;
     }
-    if (rc != 0) {
-        // Nothing has changed: the old file and the table are as they were.
-        if (_DBIsFileThere(tmp)) _DBosDeleteFile(tmp);
-        _DBMemoPackUnlockTable(dbf, taken);
-        return _DBStatus(rc);
-    }
-    rc = DBfpCloseMemo(*memo);
-    if (rc == 0) {
-        *memo = -1;
-        rc = _DBMemoSwapIn(dbf, path, tmp, ".FPT", refs);
-        // Whatever the swap did, a memo file is under the old name: open it.
-        const int orc = DBfpOpenMemo(memo, path, mode);
-        if (rc == 0) rc = orc;
-    } else {
-        _DBosDeleteFile(tmp);
-    }
-    _DBMemoPackUnlockTable(dbf, taken);
-    return _DBStatus(rc);
+    return _DBMemoPackEnd(dbf, memo, true, path, tmp, mode, refs, taken, rc);
 }

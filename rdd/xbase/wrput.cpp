@@ -119,21 +119,12 @@ extern "C" DBAPI int DBfpPutMemoRecord(int handle, int32_t *block, char *data, i
     if (m->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
     const int reuse = flags & ~(kBinary | kPiecewise);
     if (reuse != 0 && reuse != kReuse) return here.fail(DBE_BADCOMMAND, __LINE__);
-    bool locked_here = false;
-    if (m->ph.m.shared && !(m->ph.ls & (DBMEMO_LOCKED | 8))) {
-        if (!m->ph.m.auto_locks) return here.fail(DBE_NOTLOCKED, __LINE__);
-        if (_DBfpLockMemo() != 0) return DBerrno;
-        locked_here = true;
-    }
+    // The file lock (the memo lock) or a record lock (8) lets a write go ahead.
+    bool taken = false;
+    if (_DBMemoWriteLock(m->ph, DBMEMO_LOCKED | 8, &taken, here, __LINE__) != 0) return DBerrno;
     DBerrno = 0;
-    int rc = _write_memo(block, data, total, piece, flags);
+    const int rc = _write_memo(block, data, total, piece, flags);
     // A failed write ends any piecewise write: its position means nothing now.
     if (rc != 0) m->pcnt = m->pba = m->pcur = m->pmode = 0;
-    if (locked_here) {
-        const int saved = DBerrno;
-        const int urc = _DBfpUnLockMemo();
-        if (rc == 0) rc = urc;
-        else DBerrno = saved;
-    }
-    return _DBStatus(rc);
+    return _DBStatus(_DBMemoWriteUnlock(m->ph, taken, rc));
 }

@@ -1,38 +1,53 @@
 """Read a table's memo field with python3-dbfread and compare it with the
 texts the C++ test wrote.
 
-usage: memo_dbfread.py TABLE.dbf EXPECTED.txt FIELD
+usage: memo_dbfread.py TABLE.dbf EXPECTED FIELD
 
-EXPECTED.txt holds one line per record, in record order: the memo's bytes
-in hex, or "-" for a record without a memo. Prints "ok N" when every
-record matches, else one line per difference, and exits 1.
+EXPECTED holds one entry per record, in record order: "-" and a newline for
+a record without a memo, else the memo's length in bytes, a newline and the
+memo's bytes. Prints "ok N" when every record matches, else one line per
+difference, and exits 1.
 """
 import sys
 
 from dbfread import DBF
 
 
-def as_hex(memo):
+def as_bytes(memo):
     if memo is None:
-        return "-"
+        return None
     if isinstance(memo, bytes):  # FPT binary memos come back undecoded
-        return bytes(memo).hex()
-    return memo.encode("latin-1").hex()
+        return bytes(memo)
+    return memo.encode("latin-1")
+
+
+def expected(path):
+    with open(path, "rb") as f:
+        data = f.read()
+    want = []
+    while data:
+        head, data = data.split(b"\n", 1)
+        if head == b"-":
+            want.append(None)
+        else:
+            n = int(head)
+            want.append(data[:n])
+            data = data[n:]
+    return want
 
 
 def main():
-    table, expected, field = sys.argv[1], sys.argv[2], sys.argv[3]
-    with open(expected) as f:
-        want = [line.strip() for line in f if line.strip()]
-    got = [as_hex(rec[field]) for rec in DBF(table, encoding="latin-1")]
+    table, want, field = sys.argv[1], expected(sys.argv[2]), sys.argv[3]
+    got = [as_bytes(rec[field]) for rec in DBF(table, encoding="latin-1")]
     bad = 0
     if len(got) != len(want):
         print("records: read %d, expected %d" % (len(got), len(want)))
         bad += 1
     for i, (g, w) in enumerate(zip(got, want), 1):
         if g != w:
-            print("record %d: read %s..., expected %s... (%d vs %d hex digits)"
-                  % (i, g[:40], w[:40], len(g), len(w)))
+            print("record %d: read %r..., expected %r... (%s vs %s bytes)"
+                  % (i, (g or b"")[:20], (w or b"")[:20],
+                     "-" if g is None else len(g), "-" if w is None else len(w)))
             bad += 1
     if bad:
         sys.exit(1)
