@@ -31,82 +31,82 @@ extern "C" {
 #endif
 
 /* ------------------------------------------------------------------------
- * Status codes
+ * Status codes, each with the text DBGetErrorStr gives for it
  * ------------------------------------------------------------------------ */
-#define DB_OK                 0
-#define DBW_DELETED           201
-#define DBW_EMPTY             202
-#define DBW_NOMOREKEYS        203
-#define DBW_KEYNOTFOUND       204
-#define DBW_TRUNCATED         205
-#define DBW_ROUNDED           206
-#define DBW_BADFILELEN        207
-#define DBW_UNBUFFERED        208
-#define DBW_PARTIALALLOC      209
-#define DBW_NOTSUPPORTED      210
-#define DBW_EXISTS            211
-#define DBW_FIELDEMPTY        212
-#define DBE_WRITE             (-201)
-#define DBE_READ              (-202)
-#define DBE_NOMEMORY          (-203)
-#define DBE_SEEK              (-204)
-#define DBE_NOTFOUND          (-205)
-#define DBE_CORRUPT           (-206)
-#define DBE_BADEXPR           (-207)
-#define DBE_NOHANDLES         (-208)
-#define DBE_NOPAGES           (-209)
-#define DBE_PAGENOTLOADED     (-210)
-#define DBE_CLOSE             (-211)
-#define DBE_BADCOMMAND        (-212)
-#define DBE_BADHANDLE         (-213)
-#define DBE_BADFILENAME       (-214)
-#define DBE_BADDATE           (-215)
-#define DBE_BADTIME           (-216)
-#define DBE_NOTMEMO           (-217)
-#define DBE_BADVERSION        (-218)
-#define DBE_HDRLEN            (-219)
-#define DBE_BADUPDATE         (-220)
-#define DBE_NULLPARAM         (-221)
-#define DBE_KEYTYPE           (-222)
-#define DBE_KEYLEN            (-223)
-#define DBE_ITEMLEN           (-224)
-#define DBE_ROOTPAGE          (-225)
-#define DBE_MAXKEYS           (-226)
-#define DBE_NUMFIELDS         (-227)
-#define DBE_FIELDNAME         (-228)
-#define DBE_FIELDLEN          (-229)
-#define DBE_DECIMALS          (-230)
-#define DBE_FIELDTYPE         (-231)
-#define DBE_RECLEN            (-232)
-#define DBE_BADDATA           (-233)
-#define DBE_MEMOLINE          (-234)
-#define DBE_MDXFLAG           (-235)
-#define DBE_READONLY          (-236)
-#define DBE_LOCKVIOLATION     (-237)
-#define DBE_SHAREOVERFLOW     (-238)
-#define DBE_NOPATH            (-239)
-#define DBE_ACCESS            (-240)
-#define DBE_ACCESSCODE        (-241)
-#define DBE_NOTLOCKED         (-242)
-#define DBE_DISKCHANGED       (-243)
-#define DBE_MINKEYS           (-244)
-#define DBE_FILESOPEN         (-245)
-#define DBE_OPEN              (-246)
-#define DBE_FLUSH             (-247)
-#define DBE_BADTAG            (-248)
-#define DBE_PAGESIZE          (-249)
-#define DBE_TAGNAME           (-250)
-#define DBE_PAGEADDER         (-251)
-#define DBE_MAXTAGS           (-252)
-#define DBE_TAGELEMLEN        (-253)
-#define DBE_TAGCOUNT          (-254)
-#define DBE_KEYFORMAT         (-255)
-#define DBE_SWITCH            (-256)
-#define DBE_TAGINUSE          (-257)
-#define DBE_GLOBALLOCK        (-258)
-#define DBE_TASKLOOKUP        (-259)
-#define DBE_LOCKOVERFLOW      (-260)
-#define DBE_LOCKUNDERFLOW     (-261)
+#define DB_OK                 0      /* "No error or warnings" */
+#define DBW_DELETED           201    /* "WARNING - record read is marked deleted" */
+#define DBW_EMPTY             202    /* "WARNING - file is empty" */
+#define DBW_NOMOREKEYS        203    /* "WARNING - no more keys" */
+#define DBW_KEYNOTFOUND       204    /* "WARNING - could not find key in index file" */
+#define DBW_TRUNCATED         205    /* "WARNING - data field truncated" */
+#define DBW_ROUNDED           206    /* "WARNING - numeric field rounded" */
+#define DBW_BADFILELEN        207    /* "WARNING - file length is incorrect" */
+#define DBW_UNBUFFERED        208    /* "WARNING - file I/O not buffered" */
+#define DBW_PARTIALALLOC      209    /* "WARNING - partial memory allocation" */
+#define DBW_NOTSUPPORTED      210    /* "WARNING - function not supported" */
+#define DBW_EXISTS            211    /* "WARNING - object already exists" */
+#define DBW_FIELDEMPTY        212    /* "WARNING - field is empty" */
+#define DBE_WRITE             (-201) /* "ERROR - file write failure" */
+#define DBE_READ              (-202) /* "ERROR - file read failure" */
+#define DBE_NOMEMORY          (-203) /* "ERROR - memory allocation error" */
+#define DBE_SEEK              (-204) /* "ERROR - file pointer reposition failed" */
+#define DBE_NOTFOUND          (-205) /* "ERROR - file not found" */
+#define DBE_CORRUPT           (-206) /* "ERROR - file corrupted" */
+#define DBE_BADEXPR           (-207) /* "ERROR - bad user specified key expression" */
+#define DBE_NOHANDLES         (-208) /* "ERROR - no handles available" */
+#define DBE_NOPAGES           (-209) /* "ERROR - no index pages loaded" */
+#define DBE_PAGENOTLOADED     (-210) /* "ERROR - index page was not loaded" */
+#define DBE_CLOSE             (-211) /* "ERROR - file close failure" */
+#define DBE_BADCOMMAND        (-212) /* "ERROR - invalid command" */
+#define DBE_BADHANDLE         (-213) /* "ERROR - invalid handle number" */
+#define DBE_BADFILENAME       (-214) /* "ERROR - invalid filename" */
+#define DBE_BADDATE           (-215) /* "ERROR - invalid date" */
+#define DBE_BADTIME           (-216) /* "ERROR - invalid time" */
+#define DBE_NOTMEMO           (-217) /* "ERROR - file not in memo format" */
+#define DBE_BADVERSION        (-218) /* "ERROR - invalid dBaseIII version" */
+#define DBE_HDRLEN            (-219) /* "ERROR - file header length error" */
+#define DBE_BADUPDATE         (-220) /* "ERROR - last file change date in error" */
+#define DBE_NULLPARAM         (-221) /* "ERROR - parameter address NULL" */
+#define DBE_KEYTYPE           (-222) /* "ERROR - invalid key type" */
+#define DBE_KEYLEN            (-223) /* "ERROR - invalid key length" */
+#define DBE_ITEMLEN           (-224) /* "ERROR - item length incorrect" */
+#define DBE_ROOTPAGE          (-225) /* "ERROR - invalid root page" */
+#define DBE_MAXKEYS           (-226) /* "ERROR - bad maximum number of keys per page" */
+#define DBE_NUMFIELDS         (-227) /* "ERROR - invalid number of fields" */
+#define DBE_FIELDNAME         (-228) /* "ERROR - field name invalid" */
+#define DBE_FIELDLEN          (-229) /* "ERROR - bad field length" */
+#define DBE_DECIMALS          (-230) /* "ERROR - decimal places parameter invalid" */
+#define DBE_FIELDTYPE         (-231) /* "ERROR - invalid field type" */
+#define DBE_RECLEN            (-232) /* "ERROR - invalid record length" */
+#define DBE_BADDATA           (-233) /* "ERROR - bad data" */
+#define DBE_MEMOLINE          (-234) /* "ERROR - memo soft line length invalid" */
+#define DBE_MDXFLAG           (-235) /* "ERROR - MDX flag in DBF file invalid" */
+#define DBE_READONLY          (-236) /* "ERROR - file open for reading only" */
+#define DBE_LOCKVIOLATION     (-237) /* "ERROR - file locking violation" */
+#define DBE_SHAREOVERFLOW     (-238) /* "ERROR - sharing buffer overflow" */
+#define DBE_NOPATH            (-239) /* "ERROR - path not found" */
+#define DBE_ACCESS            (-240) /* "ERROR - access to file denied" */
+#define DBE_ACCESSCODE        (-241) /* "ERROR - invalid access code" */
+#define DBE_NOTLOCKED         (-242) /* "ERROR - file must be locked first" */
+#define DBE_DISKCHANGED       (-243) /* "ERROR - diskette changed" */
+#define DBE_MINKEYS           (-244) /* "ERROR - bad minimum number of keys per page" */
+#define DBE_FILESOPEN         (-245) /* "ERROR - some files remain open" */
+#define DBE_OPEN              (-246) /* "ERROR - could not open the file" */
+#define DBE_FLUSH             (-247) /* "ERROR - flush to disk failure" */
+#define DBE_BADTAG            (-248) /* "ERROR - invalid tag handle" */
+#define DBE_PAGESIZE          (-249) /* "ERROR - invalid page size in blocks" */
+#define DBE_TAGNAME           (-250) /* "ERROR - invalid tag name" */
+#define DBE_PAGEADDER         (-251) /* "ERROR - invalid page offset adder" */
+#define DBE_MAXTAGS           (-252) /* "ERROR - invalid maximum number of tag table elements" */
+#define DBE_TAGELEMLEN        (-253) /* "ERROR - bad tag table element length" */
+#define DBE_TAGCOUNT          (-254) /* "ERROR - invalid tag count" */
+#define DBE_KEYFORMAT         (-255) /* "ERROR - unknown key format switches" */
+#define DBE_SWITCH            (-256) /* "ERROR - unknown switch error" */
+#define DBE_TAGINUSE          (-257) /* "ERROR - tag in use" */
+#define DBE_GLOBALLOCK        (-258) /* "ERROR - Windows GlobalLock error" */
+#define DBE_TASKLOOKUP        (-259) /* "ERROR - Windows Task lookup Failed" */
+#define DBE_LOCKOVERFLOW      (-260) /* "ERROR - internal lock buffer overflow" */
+#define DBE_LOCKUNDERFLOW     (-261) /* "ERROR - internal lock buffer underflow" */
 
 /* An operating-system error with no code of its own comes back as
  * errno | DB_SYSERR (a negative number whose low bits carry errno). */
