@@ -30,3 +30,16 @@ if(NOT XB_FLAVOR STREQUAL "asan")
     COMMAND bash ${CMAKE_SOURCE_DIR}/tests/check_so.sh $<TARGET_FILE:xbfiles>)
 endif()
 
+
+# Mutation drivers from fuzz/: damaged tables, memo files and random key
+# expressions must give statuses, never a crash (the sanitizer build makes
+# any stray read or write fatal). A few hundred rounds per run keep them
+# quick; run them by hand with more rounds and other seeds.
+file(GLOB XB_FUZZ_SRC CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/fuzz/*.cpp)
+foreach(src ${XB_FUZZ_SRC})
+  get_filename_component(name ${src} NAME_WE)
+  add_executable(${name} ${src})
+  target_link_libraries(${name} PRIVATE xbfiles_static)
+  add_test(NAME ${name} COMMAND ${name} ${CMAKE_SOURCE_DIR}/../shared/fixtures 1 400
+    WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
+endforeach()
