@@ -185,3 +185,45 @@ TEST_F(TableRecords, FailedFlushIsRetried) {
 }
 
 }  // namespace
+
+namespace {
+
+// The caller-buffer forms: deletion byte, then each field converted ('C'
+// text and NUL, 'N' a double, 'D' an 11-byte date text, 'L' raw), both ways.
+TEST_F(TableRecords, CallerBufferLayout) {
+    std::string f = path("buf.dbf");
+    DBFIELD fld[] = {{"NAME", 'C', 5, 0}, {"AMT", 'N', 7, 2}, {"DAY", 'D', 8, 0}, {"OK", 'L', 1, 0}};
+    ASSERT_EQ(DBCreateFile(f.data(), 4, fld, 1), 0);
+    int h;
+    ASSERT_EQ(DBOpenFile(&h, f.data(), 1 | DBO_FLUSH), 0);
+    char in[1 + 6 + 8 + 11 + 1] = {};
+    const double amt = -12.5;
+    in[0] = ' ';
+    std::memcpy(in + 1, "Ab", 3);
+    std::memcpy(in + 7, &amt, 8);
+    std::memcpy(in + 15, "02/29/24", 9);
+    in[26] = 'T';
+    int32_t rec = 0;
+    ASSERT_EQ(DBPutRecordFromBuffer(h, in, &rec, DB_APPEND), 0);
+    std::vector<uint8_t> disk = xbt::readFile(f);
+    EXPECT_EQ(std::string(disk.begin() + 161, disk.begin() + 161 + 22), " Ab    -12.5020240229T");
+    char out[sizeof in];
+    std::memset(out, 'x', sizeof out);
+    ASSERT_EQ(DBGetRecordToBuffer(h, out, 1), 0);
+    double got = 0;
+    std::memcpy(&got, out + 7, 8);
+    EXPECT_EQ(out[0], ' ');
+    EXPECT_STREQ(out + 1, "Ab   ");
+    EXPECT_EQ(got, -12.5);
+    EXPECT_STREQ(out + 15, "02/29/24");
+    EXPECT_EQ(out[26], 'T');
+    // A number too wide for its field is refused, the file unchanged.
+    const double wide = 123456.0;
+    std::memcpy(in + 7, &wide, 8);
+    rec = 1;
+    EXPECT_EQ(DBPutRecordFromBuffer(h, in, &rec, DB_REWRITE), DBE_BADDATA);
+    EXPECT_EQ(xbt::readFile(f), disk);
+    DBCloseFile(h);
+}
+
+}  // namespace
