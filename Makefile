@@ -17,7 +17,7 @@ deps:
 demo: deps
 	cmake -S . -B build/opt -DXB_FLAVOR=opt -DXB_TESTS=OFF
 	cmake --build build/opt -j$(JOBS)
-	@bash scripts/demo.sh build/opt
+	@bash scripts/runall.sh build/opt/examples
 
 check: deps
 	@set -e; for f in $(FLAVORS); do \
@@ -30,7 +30,7 @@ check: deps
 bench: deps
 	cmake -S . -B build/bench -DXB_FLAVOR=opt -DXB_TESTS=OFF -DXB_BENCH=ON -DCMAKE_BUILD_TYPE=Release
 	cmake --build build/bench -j$(JOBS)
-	@bash scripts/bench.sh build/bench
+	@bash scripts/runall.sh build/bench/benchmarks --benchmark_counters_tabular=true
 
 install: deps
 	cmake -S . -B build/install -DXB_FLAVOR=opt -DXB_TESTS=OFF -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=$(PREFIX)

@@ -88,8 +88,10 @@ Table &table() {
     return t;
 }
 
-// Public path: DBEvaluateStr hands the caller a block it frees.
-void evalPublic(benchmark::State &state, const char *text) {
+// Moves to the next record and evaluates, counting the library's
+// allocations per evaluation; `evaluate` is the path being measured.
+template <class Evaluate>
+void evalMoving(benchmark::State &state, const char *text, Evaluate evaluate) {
     Table &t = table();
     std::string expr = text;
     int32_t rec = 0;
@@ -97,35 +99,33 @@ void evalPublic(benchmark::State &state, const char *text) {
     for (auto _ : state) {
         rec = rec % kRecords + 1;
         DBGetRecord(t.h, rec);
-        DBEVAL out;
         const unsigned long before = g_allocs;
-        if (DBEvaluateStr(t.h, expr.data(), &out) != 0) state.SkipWithError("evaluation failed");
+        if (!evaluate(t.h, expr.data())) state.SkipWithError("evaluation failed");
         allocs += g_allocs - before;
         evals++;
-        benchmark::DoNotOptimize(out.eval);
-        DBFreeMemory(out.eval, "bench", __LINE__);
     }
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
     state.counters["allocs/eval"] = evals ? static_cast<double>(allocs) / evals : 0;
 }
 
+// Public path: DBEvaluateStr hands the caller a block it frees.
+void evalPublic(benchmark::State &state, const char *text) {
+    evalMoving(state, text, [](int h, char *expr) {
+        DBEVAL out;
+        const bool ok = DBEvaluateStr(h, expr, &out) == 0;
+        benchmark::DoNotOptimize(out.eval);
+        DBFreeMemory(out.eval, "bench", __LINE__);
+        return ok;
+    });
+}
+
 // Index path: _DBEvaluateKey leaves the value in the evaluator's buffer.
 void evalKey(benchmark::State &state, const char *text) {
-    Table &t = table();
-    std::string expr = text;
-    int32_t rec = 0;
-    unsigned long allocs = 0, evals = 0;
-    for (auto _ : state) {
-        rec = rec % kRecords + 1;
-        DBGetRecord(t.h, rec);
-        const unsigned long before = g_allocs;
-        if (_DBEvaluateKey(t.h, expr.data()) != 0) state.SkipWithError("evaluation failed");
-        allocs += g_allocs - before;
-        evals++;
+    evalMoving(state, text, [](int h, char *expr) {
+        const bool ok = _DBEvaluateKey(h, expr) == 0;
         benchmark::DoNotOptimize(DBeval_pr.eval);
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
-    state.counters["allocs/eval"] = evals ? static_cast<double>(allocs) / evals : 0;
+        return ok;
+    });
 }
 
 // The evaluation alone, on one record (no record reads in the loop).
