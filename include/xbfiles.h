@@ -921,6 +921,177 @@ DBAPI int DBGetTimeStr(char *out, int style);
 /* The status DBStrTimeTo3 gives for the text: 0, -221, -212 or -216. */
 DBAPI int DBIsValidTimeStr(char *text, int style);
 
+/* ------------------------------------------------------------------------
+ * Indexes: what every family shares
+ *
+ * Keys travel as NUL-terminated strings in buffers of at least key length
+ * + 1 bytes; every call that hands a key back writes exactly the key length
+ * and a NUL. Record numbers are 32-bit, 0 names no record. Navigation
+ * returns 0, 202 (empty index), 203 (a move ran off an end: the position
+ * stays on the first or last key) or 204 (a search found no such key).
+ * NULL pointers give -221, wrong handles -213.
+ * ------------------------------------------------------------------------ */
+
+/* What a whole-tree check found (DBclCheckIndex and its twins): msg is ""
+ * when the tree is sound, else its first problem in words. */
+typedef struct DBINDEXCHECK {
+    char msg[160];
+    int32_t keys;   /* entries walked in order */
+    int32_t pages;  /* pages of the tree */
+    int32_t free;   /* pages on the free list */
+    int height;     /* levels, root to leaves */
+} DBINDEXCHECK;
+
+/* ------------------------------------------------------------------------
+ * NTX indexes (Clipper, Harbour's DBFNTX): single-key B-trees of 1024-byte
+ * pages. Locks: the write lock is byte 1,000,000,000, the read lock byte
+ * 2,147,483,647 (both length 1), as Clipper and Harbour place them.
+ * ------------------------------------------------------------------------ */
+
+/* How an NTX index is open (DBclGetIndexInfo). */
+typedef struct DBCLINDEXINFO {
+    char fname[512];  /* the name it was opened with */
+    int keylen;       /* key length */
+    int keytype;      /* '?': an NTX header does not record the key type */
+    int keydpl;       /* decimals of a numeric key */
+    int keyfmt;       /* 128 unique, + 256 when the expression begins DESCEND */
+    int exprlen;      /* length of the key expression */
+    char expr[100];   /* the expression; one of 100 bytes or more is cut
+                         without a terminator */
+    int lockt;        /* 4 while this process holds the index lock */
+    DBOPENFLAGS flags;
+} DBCLINDEXINFO;
+
+/* Open an NTX index; *handle receives its handle (-1 on failure). mode:
+ * access code 0, 5 or 6 in the low byte (else -218) | DBO_READONLY,
+ * DBO_FLUSH (write-through: 3 page buffers, every change written at once),
+ * DBO_SHARED, DBO_AUTOLOCK (adds DBO_FLUSH and DBO_SHARED; adds and deletes
+ * then take the write lock themselves; dropped with DBO_READONLY),
+ * DBO_UNBUFFERED (write-through). The header is checked in this order:
+ * key length 1..200 (-223), item length = key length + 8 (-224), root a
+ * page inside the file (-225), keys per page as the format computes them
+ * (-226), half of that as the minimum (-244), a terminated expression
+ * (-207). 207 when the file length is not a multiple of 1024 (the index is
+ * open). -221 NULL argument, -214 a name of 512 characters or more, the
+ * file layer's open errors. */
+DBAPI int DBclOpenIndex(short *handle, char *filename, int mode);
+/* Write what is pending (not for write-through indexes), release the lock,
+ * close and free the handle. A failure keeps the handle open. */
+DBAPI int DBclCloseIndex(int handle);
+/* Write an empty NTX file and close it. keytype: 'C' (keylen 1..200), 'N'
+ * (keylen 1..19, decimals 0 or up to keylen - 2 and below 16), 'D' (keylen
+ * and decimals are set to 8 and 0); lower case accepted; | 0x80 for a
+ * unique index. Blanks are removed from expr, which is stored upper-cased
+ * (255 characters at most, else -207). -221 NULL, -222 key type, -223 key
+ * length, -230 decimals, -214 name too long, file-layer errors. */
+DBAPI int DBclCreateIndex(char *filename, int keytype, char *expr, int keylen, int decimals);
+/* Create the index as DBclCreateIndex does and fill it with the key of
+ * every record of the open table (deleted records included), in one pass:
+ * keys are sorted in memory (beyond the sort budget, in runs through a
+ * temporary "STKS<n>.TMP" beside the index) and written as full pages.
+ * Equal keys come in ascending record order; a unique index keeps the
+ * first record of each key. Changes pending in the table's cache are
+ * written first; a shared table's locks are released at the end. On
+ * failure the index file is removed. */
+DBAPI int DBclBuildIndex(int table, char *filename, int keytype, char *expr, int keylen, int decimals);
+/* Add key (cut or blank-padded to the key length) for record recno. 211
+ * when the entry is there already (a unique index: the key; otherwise the
+ * key with this record), -236 on a read-only index. Equal keys of a
+ * non-unique index are kept in the order they were added. The current
+ * position is lost. */
+DBAPI int DBclAddKey(int handle, char *key, int32_t recno);
+/* Remove key for record recno (a unique index: the key, whatever its
+ * record). 204 when there is no such entry, 202 when the index is empty,
+ * -236 read-only. The current position is lost. */
+DBAPI int DBclDeleteKey(int handle, char *key, int32_t recno);
+/* Search. key: the text to find (a shorter one is a prefix search; on
+ * return it holds the key reached); *recno: the record for mode 2, and the
+ * record reached on return. Modes: 1 (and any other) the first key equal
+ * over the text's length; 2 that key with record *recno; 11 the last key
+ * below the text; 12 the key, or the one before it; 13 as 1, never 203;
+ * 14 the key, or the first one above it; 15 the first key above it. A
+ * failed search leaves the position on the greatest key below the text (or
+ * on the first key, with 203 in modes 1 and 2). Results: 0, 202, 203, 204
+ * (see each mode). */
+DBAPI int DBclKeySearch(int handle, char *key, int32_t *recno, int mode);
+/* Move to the first, last, next or previous key, or report the current
+ * one; next and previous without a position go to the first and last key.
+ * DBclGetCurrentKey gives 204 when there is no current key. A shared
+ * write-through index keeps its place by key between calls, since its
+ * pages are not kept. */
+DBAPI int DBclGoFirstKey(int handle, char *key, int32_t *recno);
+DBAPI int DBclGoLastKey(int handle, char *key, int32_t *recno);
+DBAPI int DBclGoNextKey(int handle, char *key, int32_t *recno);
+DBAPI int DBclGoPreviousKey(int handle, char *key, int32_t *recno);
+DBAPI int DBclGetCurrentKey(int handle, char *key, int32_t *recno);
+/* The key of the table's current record by the index's expression, in a
+ * block *key the caller frees with DBFreeMemory (NULL on failure).
+ * Character results are handed back as evaluated. Dates become "yyyymmdd"
+ * (an empty date eight blanks); the evaluator gives them in the default
+ * date style, so with a two-digit-year style a 1970 date becomes a 2070 key:
+ * initialise with a four-digit style when dates before 2000 matter.
+ * Numbers are printed "%0<keylen>.<decimals>f": zero-padded text, and a
+ * negative number as plain text with a leading minus. That is not how
+ * Clipper and Harbour store negative numeric keys (complemented, as
+ * DBclDoubleToKey does): in an index shared with them, keys of negative
+ * numbers sort among themselves by their text (-1.00 before -9.00), and
+ * keys of ours and theirs for the same negative number differ. -207 for a
+ * result that is neither text, date nor number. */
+DBAPI int DBclMakeKey(int table, int handle, char **key);
+/* A number in the index's complemented numeric key form: key length and
+ * decimals from the index; digits beyond its decimals are cut; a negative
+ * number has every character but the point replaced by 92 - character, so
+ * byte order is numeric order. key needs key length + 1 bytes. */
+DBAPI int DBclDoubleToKey(int handle, char *key, double v);
+/* The value of a numeric key of either form. */
+DBAPI int DBclKeyToDouble(double *v, char *key);
+/* A date in style `style` to its "yyyymmdd" key. An empty date gives eight
+ * blanks and a NUL at key[9] (key[8] is left as it was: keep buffers of 10
+ * or more). The date layer's -212 and -215. */
+DBAPI int DBclDateToKey(char *key, char *date, int style);
+/* A "yyyymmdd" key to a date in style `style`. For a blank key the key
+ * buffer is rewritten (eight blanks, NUL at key[9]) and date is left
+ * untouched; 0. */
+DBAPI int DBclKeyToDate(char *date, int style, char *key);
+/* Where key (with record recno when it is not 0) lies in the index, as a
+ * whole percentage of the way along: each level of the path to it counts
+ * its position by the share of the tree one child position covers. The
+ * status is the search's (204 when the key is not there: the percentage is
+ * that of the key before it). */
+DBAPI int DBclGetKeyPercent(int handle, int *percent, char *key, int32_t recno);
+/* Move to the leaf key at `percent` (0..100, clamped) of the way along. */
+DBAPI int DBclGetKeyAtPercent(int handle, int percent, char *key, int32_t *recno);
+/* Index locks, on a shared index only (0 and nothing done otherwise). The
+ * write lock (DBclLockIndex) is exclusive on byte 1,000,000,000; the read
+ * lock (DBclRLockIndex) is shared on byte 2,147,483,647. Either rereads the
+ * header after it is taken and does nothing when a lock is held already.
+ * DBclUnLockIndex releases the write byte only: a read lock stays until the
+ * file is closed. Lock statuses as for tables. */
+DBAPI int DBclLockIndex(int handle);
+DBAPI int DBclRLockIndex(int handle);
+DBAPI int DBclUnLockIndex(int handle);
+/* Write dirty pages and the header (its change counter goes up by one).
+ * 208 on a write-through index, -236 read-only. */
+DBAPI int DBclFlushIndex(int handle);
+/* Reread the header (change counter, root, free list) and the file length
+ * of a shared index; nothing for an exclusive one. */
+DBAPI int DBclGetIndexHeader(int handle);
+DBAPI int DBclGetIndexInfo(int handle, DBCLINDEXINFO *info);
+/* The key expression with its NUL (up to 256 bytes). */
+DBAPI int DBclGetIndexKeyExpr(int handle, char *expr);
+/* Page buffers: op 1 gets the count into *size, op 0 sets it (above 2, else
+ * -212; dirty pages are written before buffers go; 209 with the count
+ * reached in *size when memory ran short). A write-through index keeps its
+ * 3 buffers (0). Other ops -212. */
+DBAPI int DBclGetSetCacheSize(int handle, short *size, int op);
+/* Check the whole tree: every page reached once, page counts and offsets
+ * sound, leaves at one depth, the free list outside the tree, keys in
+ * order (and distinct in a unique index). strict also asks every page but
+ * the root to be at least half full, as our own changes keep them (other
+ * producers leave the right edge of a bulk-built tree short). 0 when
+ * sound, -206 with the problem in check->msg. */
+DBAPI int DBclCheckIndex(int handle, DBINDEXCHECK *check, int strict);
+
 #ifdef __cplusplus
 }
 #endif

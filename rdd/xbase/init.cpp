@@ -4,6 +4,7 @@
 #include "core.h"
 #include "dbf.h"
 #include "memo.h"
+#include "ntx.h"
 #include "os.h"
 
 #include <errno.h>
@@ -42,13 +43,14 @@ DBDBTPKT *DBxbm = nullptr;
 static_assert(sizeof(XB_VERSION_NUMBER " (" XB_BUILD_DATE ")") == 16,
               "version text is 15 characters and a NUL");
 
-// Packet sizes by type. The index families (2, 5, 6, 7, 8) have no packet
-// of their own yet; until they do, their slots get a bare header.
+// Packet sizes by type. The families without a packet of their own yet
+// (2, 5, 6, 8) get a bare header.
 size_t _DBPacketSize(int type) {
     switch (type) {
     case DBPT_DBF: return sizeof(DBDATAPKT);
     case DBPT_DBT: return sizeof(DBDBTPKT);
     case DBPT_FPT: return sizeof(DBFPTPKT);
+    case DBPT_NTX: return sizeof(DBNTXPKT);
     default: return sizeof(DBPKTHDR);
     }
 }

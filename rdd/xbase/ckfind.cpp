@@ -1,0 +1,198 @@
+// ckfind.cpp - finding keys in an NTX index: the descent that every search
+// mode shares, the modes' treatment of its result, and the bookkeeping each
+// public positioning call does before and after its move.
+#include "ntx.h"
+
+namespace {
+constexpr DBSite here{"rdd/xbase/ckfind"};
+
+// No sound index holds more entries than its pages have room for: a walk
+// that goes on longer is going round a damaged tree.
+int64_t _walkLimit() {
+    const DBNTXPKT *x = DBcli;
+    return static_cast<int64_t>(x->fs / DBNTXPAGE + 1) * (x->h.max_number_keys_page + 1);
+}
+
+int _step(bool forward) {
+    DBNTXPKT *x = DBcli;
+    DBNTXTREE tr;
+    const int rc = _DBPathStep(tr, x->t, x->td, x->tl, x->h.r, forward);
+    return rc < 0 ? here.fail(rc, __LINE__) : rc;
+}
+
+int _push(int32_t page, char **pg, int at_root) {
+    DBNTXPKT *x = DBcli;
+    DBNTXTREE tr;
+    const int rc = _DBPathPush(tr, x->t, x->td, x->tl, page, pg, at_root);
+    return rc < 0 ? here.fail(rc, __LINE__) : rc;
+}
+
+// After the descent ran out at the end of a leaf: walk forward to the first
+// entry not below the search key (in mode 2, through equal keys of other
+// records to the one asked for).
+int _walkForward(const char *sk, size_t len, int mode, int32_t target, char *key, int32_t *recno) {
+    const int k = DBcli->h.k;
+    char cur[DBNTXPAGE];
+    int32_t rec = 0;
+    for (int64_t n = _walkLimit(); n >= 0; n--) {
+        int rc = _step(true);
+        if (rc < 0) return rc;
+        if (_DBclCurrentEntry(cur, &rec) != 0) return DBerrno;
+        if (rc == DBW_NOMOREKEYS) {
+            std::memcpy(key, cur, static_cast<size_t>(k) + 1);
+            *recno = rec;
+            return DBW_KEYNOTFOUND;
+        }
+        const int c = std::memcmp(sk, cur, len);
+        if (c == 0 && (mode != 2 || rec == target)) {
+            std::memcpy(key, cur, static_cast<size_t>(k) + 1);
+            *recno = rec;
+            return 0;
+        }
+        if (c < 0) {
+            if ((rc = _step(false)) < 0) return rc;
+            if (_DBclCurrentEntry(key, recno) != 0) return DBerrno;
+            return DBW_KEYNOTFOUND;
+        }
+    }
+    return here.fail(DBE_CORRUPT, __LINE__);
+}
+}  // namespace
+
+int _DBclCurrentEntry(char *key, int32_t *recno) {
+    DBNTXPKT *x = DBcli;
+    if (x->tl < 0) return _DBStatus(DBW_NOMOREKEYS);
+    char *pg = nullptr;
+    if (_DBclReadPage(x->t[x->tl].current_page_number, &pg) != 0) return DBerrno;
+    const int i = x->t[x->tl].i;
+    if (i < 0 || i >= _DBclCount(pg)) return here.fail(DBE_CORRUPT, __LINE__);
+    std::memcpy(key, _DBclKey(pg, i), x->h.k);
+    key[x->h.k] = '\0';
+    *recno = _DBclRecno(pg, i);
+    return _DBStatus(0);
+}
+
+int _DBclKeySearch(char *key, int32_t *recno, int mode) {
+    DBNTXPKT *x = DBcli;
+    const int k = x->h.k;
+    const size_t given = strnlen(key, static_cast<size_t>(k));
+    // A shorter key is compared over its own length only: a prefix search.
+    const size_t len = mode == 2 ? static_cast<size_t>(k) : given;
+    char sk[DBNTXPAGE];
+    std::memset(sk, ' ', static_cast<size_t>(k));
+    std::memcpy(sk, key, given);
+    const int32_t target = *recno;
+    x->tl = -1;
+    char *pg = nullptr;
+    if (_push(x->h.r, &pg, 1) != 0) return DBerrno;
+    if (_DBclCount(pg) == 0) {
+        x->tl = -1;
+        return _DBStatus(DBW_EMPTY);
+    }
+    for (;;) {
+        if (_DBclReadPage(x->t[x->tl].current_page_number, &pg) != 0) return DBerrno;
+        const int n = _DBclCount(pg);
+        const int i = x->t[x->tl].i;
+        const int32_t child = _DBclChild(pg, i);
+        int c = std::memcmp(sk, _DBclKey(pg, i), len);
+        if (c == 0) {
+            std::memcpy(key, _DBclKey(pg, i), static_cast<size_t>(k));
+            key[k] = '\0';
+            *recno = _DBclRecno(pg, i);
+            if (mode != 2 || *recno == target) {
+                if (mode == 2 || child == 0) return _DBStatus(0);
+                // An interior match: equal keys may lie to its left.
+                if (_push(child, &pg, 0) != 0) return DBerrno;
+                continue;
+            }
+            if (child != 0) {
+                if (_push(child, &pg, 0) != 0) return DBerrno;
+                continue;
+            }
+            c = 1;  // the same key for another record: look further right
+        }
+        if (c > 0) {
+            if (i + 1 < n) {
+                x->t[x->tl].i++;
+                continue;
+            }
+            if (child != 0) {
+                x->t[x->tl].i = static_cast<int16_t>(n);
+                if (_push(_DBclChild(pg, n), &pg, 0) != 0) return DBerrno;
+                continue;
+            }
+            return _DBStatus(_walkForward(sk, len, mode, target, key, recno));
+        }
+        if (child != 0) {
+            if (_push(child, &pg, 0) != 0) return DBerrno;
+            continue;
+        }
+        // Below this leaf entry: the answer is the entry before it.
+        const int rc = _step(false);
+        if (rc < 0) return rc;
+        if (_DBclCurrentEntry(key, recno) != 0) return DBerrno;
+        return _DBStatus(rc == DBW_NOMOREKEYS ? DBW_NOMOREKEYS : DBW_KEYNOTFOUND);
+    }
+}
+
+int _DBclSettle(int rc, const char *key, int32_t recno) {
+    DBNTXPKT *x = DBcli;
+    if (x->ph.m.shared && x->ph.m.always_flush && x->ck.k) {
+        // The cached pages are about to go: keep the place by its key.
+        if (rc >= 0 && x->tl >= 0 && key) {
+            std::memcpy(x->ck.k, key, x->h.k);
+            x->ck.k[x->h.k] = '\0';
+            x->ck.r = recno;
+        } else if (rc != DBW_NOMOREKEYS) {
+            x->ck.r = 0;
+        }
+    }
+    _DBclClearPageBuffer();
+    return _DBStatus(rc);
+}
+
+extern "C" DBAPI int DBclKeySearch(int handle, char *key, int32_t *recno, int mode) {
+    if (_DBclLockIndexStruc(handle) != 0) return DBerrno;
+    if (!key || !recno) return here.fail(DBE_NULLPARAM, __LINE__);
+    if (_DBclRefresh() != 0) return DBerrno;
+    const int inner = mode == 2 ? 2 : (mode >= 11 && mode <= 15) ? 1 : mode;
+    int rc = _DBclKeySearch(key, recno, inner);
+    if (rc < 0 || rc == DBW_EMPTY) return _DBclSettle(rc, key, *recno);
+    auto next = [&](bool forward) {
+        const int s = _step(forward);
+        if (s >= 0 && _DBclCurrentEntry(key, recno) != 0) return DBerrno;
+        return s;
+    };
+    switch (mode) {
+    case 11:
+        if (rc == 0) rc = next(false);
+        rc = rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+        break;
+    case 12:
+        rc = rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+        break;
+    case 13:
+        if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
+        break;
+    case 14:
+    case 15:
+        if (rc == 0 && mode == 15) {
+            // Past every key equal to the one found.
+            std::memcpy(DBkeybfr1, key, static_cast<size_t>(DBcli->h.k));
+            do {
+                rc = next(true);
+            } while (rc == 0 && std::memcmp(key, DBkeybfr1, DBcli->h.k) == 0);
+            if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
+        } else if (rc == DBW_NOMOREKEYS) {
+            // Below every key: the first key is already the first above.
+            rc = 0;
+        } else if (rc == DBW_KEYNOTFOUND) {
+            rc = next(true);
+            if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
+        }
+        break;
+    default:
+        break;
+    }
+    return _DBclSettle(rc, key, *recno);
+}
