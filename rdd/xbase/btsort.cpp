@@ -103,8 +103,17 @@ int DBKeySorter::spill() {
             if (!_DBIsFileThere(name_)) break;
             if (n == 9999) return here.fail(DBE_NOHANDLES, __LINE__);
         }
-        if (DBosCreateFile(&fd_, name_) != 0) {
+        // Created write-only: closed and opened again for the merge's reads.
+        DBOMODE m{};
+        int fd = -1;
+        if (DBosCreateFile(&fd, name_) != 0) {
+            name_[dir] = '\0';
+            return here.fail(DBerrno, __LINE__);
+        }
+        DBosCloseFile(fd);
+        if (DBosOpenFile(&fd_, name_, 0, &m) != 0) {
             fd_ = -1;
+            _DBosDeleteFile(name_);
             name_[dir] = '\0';
             return here.fail(DBerrno, __LINE__);
         }

@@ -6,13 +6,6 @@
 namespace {
 constexpr DBSite here{"rdd/xbase/ckfind"};
 
-// No sound index holds more entries than its pages have room for: a walk
-// that goes on longer is going round a damaged tree.
-int64_t _walkLimit() {
-    const DBNTXPKT *x = DBcli;
-    return static_cast<int64_t>(x->fs / DBNTXPAGE + 1) * (x->h.max_number_keys_page + 1);
-}
-
 int _step(bool forward) {
     DBNTXPKT *x = DBcli;
     DBNTXTREE tr;
@@ -34,7 +27,7 @@ int _walkForward(const char *sk, size_t len, int mode, int32_t target, char *key
     const int k = DBcli->h.k;
     char cur[DBNTXPAGE];
     int32_t rec = 0;
-    for (int64_t n = _walkLimit(); n >= 0; n--) {
+    for (int64_t n = _DBclWalkLimit(); n >= 0; n--) {
         int rc = _step(true);
         if (rc < 0) return rc;
         if (_DBclCurrentEntry(cur, &rec) != 0) return DBerrno;
@@ -58,6 +51,11 @@ int _walkForward(const char *sk, size_t len, int mode, int32_t target, char *key
     return here.fail(DBE_CORRUPT, __LINE__);
 }
 }  // namespace
+
+int64_t _DBclWalkLimit() {
+    const DBNTXPKT *x = DBcli;
+    return static_cast<int64_t>(x->fs / DBNTXPAGE + 1) * (x->h.max_number_keys_page + 1);
+}
 
 int _DBclCurrentEntry(char *key, int32_t *recno) {
     DBNTXPKT *x = DBcli;
@@ -179,9 +177,11 @@ extern "C" DBAPI int DBclKeySearch(int handle, char *key, int32_t *recno, int mo
         if (rc == 0 && mode == 15) {
             // Past every key equal to the one found.
             std::memcpy(DBkeybfr1, key, static_cast<size_t>(DBcli->h.k));
+            int64_t left = _DBclWalkLimit();
             do {
                 rc = next(true);
-            } while (rc == 0 && std::memcmp(key, DBkeybfr1, DBcli->h.k) == 0);
+            } while (rc == 0 && std::memcmp(key, DBkeybfr1, DBcli->h.k) == 0 && --left > 0);
+            if (left <= 0) rc = here.fail(DBE_CORRUPT, __LINE__);
             if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
         } else if (rc == DBW_NOMOREKEYS) {
             // Below every key: the first key is already the first above.

@@ -156,6 +156,9 @@ struct DBNTXTREE {
 
 // ---- Keys and moves (DBcli) -----------------------------------------------
 
+// No sound index holds more entries than its pages have room for: a walk
+// that goes on longer is going round a damaged tree.
+int64_t _DBclWalkLimit();
 // Copy the entry at the current position into key (k bytes and a NUL) and
 // *recno.
 int _DBclCurrentEntry(char *key, int32_t *recno);

@@ -1,0 +1,258 @@
+// NTX indexes we create and fill: the file's bytes against the format,
+// bulk builds over the Harbour table against the keys dumps, the sort's
+// spill path, and bulk-built trees kept correct under later changes.
+#include "index_util.h"
+
+#include "btree.h"
+
+#include <cmath>
+
+using idx::cs;
+using idx::KeyLine;
+
+namespace {
+
+class NtxBuild : public xbt::LibTest {
+protected:
+    void SetUp() override {
+        LibTest::SetUp();
+        // Four-digit years: a 1970 date must not become a 2070 key.
+        ASSERT_EQ(DBSetDefaultDateStyle(2), 0);
+        table_ = idx::openableTable(*this, path("hbntx.dbf"), "hbntx.dbf");
+        ASSERT_EQ(DBOpenFile(&t_, cs(table_.c_str()), 1), 0);
+    }
+    void TearDown() override {
+        DBsort_budget = static_cast<size_t>(64) << 20;
+        LibTest::TearDown();
+    }
+    std::vector<KeyLine> walk(short h) {
+        std::vector<KeyLine> out;
+        char key[256];
+        int32_t rec = 0;
+        for (int rc = DBclGoFirstKey(h, key, &rec); rc == 0; rc = DBclGoNextKey(h, key, &rec)) out.push_back({rec, key});
+        return out;
+    }
+    void expectSame(const std::vector<KeyLine> &got, const std::vector<KeyLine> &want, const std::string &what) {
+        ASSERT_EQ(got.size(), want.size()) << what;
+        for (size_t i = 0; i < got.size(); i++) {
+            ASSERT_EQ(got[i].rec, want[i].rec) << what << " entry " << i;
+            ASSERT_EQ(got[i].key, want[i].key) << what << " entry " << i;
+        }
+    }
+    void strictCheck(short h, const std::string &what) {
+        DBINDEXCHECK c;
+        EXPECT_EQ(DBclCheckIndex(h, &c, 1), 0) << what << ": " << c.msg;
+    }
+    std::string table_;
+    int t_ = -1;
+};
+
+// The six Harbour expressions, built afresh: every key sequence is the
+// dump's, equal keys by ascending record. AMOUNT keys are our plain texts
+// ("%010.2f"), so among negatives the order is that of the texts.
+TEST_F(NtxBuild, BuildsGiveTheDumpsSequences) {
+    struct Case { const char *tag; int type, len, dec; } cases[] = {
+        {"byname", 'C', 20, 0}, {"bycity", 'C', 35, 0}, {"byqty", 'C', 25, 0},
+        {"ucity", 'C' | 0x80, 15, 0}, {"byhired", 'D', 8, 0}, {"byamount", 'N', 10, 2}};
+    for (const Case &c : cases) {
+        const idx::KeyDump d = idx::readDump(std::string("hbntx_") + c.tag + ".keys.txt");
+        std::vector<KeyLine> want = d.keys;
+        if (c.type == 'N') {
+            for (KeyLine &l : want) {
+                char t[32];
+                std::snprintf(t, sizeof t, "%010.2f", std::atof(l.key.c_str()));
+                l.key = t;
+            }
+            std::stable_sort(want.begin(), want.end(), [](const KeyLine &a, const KeyLine &b) {
+                return a.key != b.key ? a.key < b.key : a.rec < b.rec;
+            });
+        }
+        const std::string f = path(std::string(c.tag) + ".ntx");
+        ASSERT_EQ(DBclBuildIndex(t_, cs(f.c_str()), c.type, cs(d.expr.c_str()), c.len, c.dec), 0) << c.tag;
+        short h = -1;
+        ASSERT_EQ(DBclOpenIndex(&h, cs(f.c_str()), 0), 0);
+        expectSame(walk(h), want, c.tag);
+        strictCheck(h, c.tag);
+        // DBclMakeKey of every record gives the key the build stored for it.
+        for (const KeyLine &l : want) {
+            ASSERT_EQ(DBGetRecord(t_, l.rec) >= 0, true);
+            char *k = nullptr;
+            ASSERT_EQ(DBclMakeKey(t_, h, &k), 0);
+            std::string made(k);
+            DBFreeMemory(k, "test", 0);
+            made.resize(l.key.size(), ' ');
+            EXPECT_EQ(made, l.key) << c.tag << " record " << l.rec;
+        }
+        EXPECT_EQ(DBclCloseIndex(h), 0);
+    }
+}
+
+// A new file's bytes: header fields at their offsets, the empty root page
+// with its offsets in slot order, nothing else.
+TEST_F(NtxBuild, CreatedFileFollowsTheLayout) {
+    struct Case { int type, len, dec; int item, max, u; } cases[] = {
+        {'C', 20, 0, 28, 32, 0}, {'c' | 0x80, 1, 0, 9, 90, 1}, {'C', 200, 0, 208, 2, 0},
+        {'N', 10, 2, 18, 50, 0}, {'D', 3, 5, 16, 54, 0}};
+    for (const Case &c : cases) {
+        const std::string f = path("new.ntx");
+        ASSERT_EQ(DBclCreateIndex(cs(f.c_str()), c.type, cs("upper( name ) "), c.len, c.dec), 0);
+        const std::vector<uint8_t> b = xbt::readFile(f);
+        ASSERT_EQ(b.size(), 2048u);
+        auto le16 = [&](size_t at) { return b[at] | b[at + 1] << 8; };
+        auto le32 = [&](size_t at) { return static_cast<uint32_t>(le16(at) | le16(at + 2) << 16); };
+        const int k = c.item - 8;
+        EXPECT_EQ(le16(0), 6);
+        EXPECT_EQ(le16(2), 1);
+        EXPECT_EQ(le32(4), 1024u);
+        EXPECT_EQ(le32(8), 0u);
+        EXPECT_EQ(le16(12), c.item);
+        EXPECT_EQ(le16(14), k);
+        EXPECT_EQ(le16(16), (c.type & ~0xA0) == 'N' ? c.dec : 0);
+        EXPECT_EQ(le16(18), c.max);
+        EXPECT_EQ(le16(20), c.max / 2);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[22])), "UPPER(NAME)");
+        EXPECT_EQ(le16(278), c.u);
+        for (size_t i = 22 + 12; i < 1024; i++)
+            if (i < 278 || i >= 280) ASSERT_EQ(b[i], 0) << i;
+        EXPECT_EQ(le16(1024), 0);
+        for (int i = 0; i <= c.max; i++) EXPECT_EQ(le16(1026 + 2 * i), 2 * c.max + 4 + i * c.item);
+    }
+    const std::string f = path("bad.ntx");
+    EXPECT_EQ(DBclCreateIndex(cs(f.c_str()), 'X', cs("NAME"), 10, 0), DBE_KEYTYPE);
+    EXPECT_EQ(DBclCreateIndex(cs(f.c_str()), 'C', cs("NAME"), 201, 0), DBE_KEYLEN);
+    EXPECT_EQ(DBclCreateIndex(cs(f.c_str()), 'N', cs("NAME"), 20, 0), DBE_KEYLEN);
+    EXPECT_EQ(DBclCreateIndex(cs(f.c_str()), 'N', cs("NAME"), 10, 9), DBE_DECIMALS);
+    EXPECT_EQ(DBclCreateIndex(cs(f.c_str()), 'C', cs(std::string(256, 'A').c_str()), 10, 0), DBE_BADEXPR);
+    EXPECT_EQ(DBclCreateIndex(nullptr, 'C', cs("NAME"), 10, 0), DBE_NULLPARAM);
+    EXPECT_FALSE(xbt::fileExists(f));
+}
+
+// The same index whether sorted in memory or through spilled runs.
+TEST_F(NtxBuild, SpilledSortBuildsTheSameFile) {
+    const std::string a = path("mem.ntx"), b = path("spill.ntx");
+    ASSERT_EQ(DBclBuildIndex(t_, cs(a.c_str()), 'C', cs("UPPER(CITY)+NAME"), 35, 0), 0);
+    DBsort_budget = 2000;  // about 45 keys a run: seven runs of 300 records
+    ASSERT_EQ(DBclBuildIndex(t_, cs(b.c_str()), 'C', cs("UPPER(CITY)+NAME"), 35, 0), 0);
+    EXPECT_EQ(xbt::readFile(a), xbt::readFile(b));
+    const std::string u = path("uspill.ntx");
+    ASSERT_EQ(DBclBuildIndex(t_, cs(u.c_str()), 'C' | 0x80, cs("CITY"), 15, 0), 0);
+    short h = -1;
+    ASSERT_EQ(DBclOpenIndex(&h, cs(u.c_str()), 0), 0);
+    expectSame(walk(h), idx::readDump("hbntx_ucity.keys.txt").keys, "unique, spilled");
+    // No temporary file is left behind.
+    EXPECT_EQ(xbt::run("ls " + tmp_.dir() + " | grep -c STKS"), "0\n");
+}
+
+// A table of n records of one field, built, then changed at random: the
+// bulk-built tree must stay sound (every page at least half full) and hold
+// exactly the model's entries.
+TEST_F(NtxBuild, BulkBuiltTreesStaySoundUnderChange) {
+    for (int n : {0, 1, 33, 34, 700, 2049}) {
+        const std::string t = path("t.dbf");
+        DBFIELD fld[] = {{"K", 'C', 24, 0}};
+        ASSERT_EQ(DBCreateFile(cs(t.c_str()), 1, fld, 1), 0);
+        int th = -1;
+        ASSERT_EQ(DBOpenFile(&th, cs(t.c_str()), 1), 0);
+        idx::Rng rng(static_cast<uint64_t>(n));
+        idx::Model model(false);
+        for (int i = 1; i <= n; i++) {
+            char v[32];
+            std::snprintf(v, sizeof v, "%06u", rng.below(static_cast<uint32_t>(n / 2 + 1)));
+            ASSERT_EQ(DBClearBuffer(th), 0);
+            ASSERT_EQ(DBPutStrField(th, 0, v), 0);
+            int32_t rec = 0;
+            ASSERT_EQ(DBPutRecord(th, &rec, DB_APPEND), 0);
+            std::string key(v);
+            key.resize(24, ' ');
+            model.add(key, rec);
+        }
+        // Equal keys come in record order, which is the order they were added.
+        const std::string f = path("t.ntx");
+        ASSERT_EQ(DBclBuildIndex(th, cs(f.c_str()), 'C', cs("K"), 24, 0), 0);
+        short h = -1;
+        ASSERT_EQ(DBclOpenIndex(&h, cs(f.c_str()), 0), 0);
+        expectSame(walk(h), model.entries(), "built " + std::to_string(n));
+        strictCheck(h, "built " + std::to_string(n));
+        for (int op = 0; op < 300; op++) {
+            if (!model.empty() && rng.below(2) == 0) {
+                const KeyLine e = model.pick(rng.next());
+                ASSERT_EQ(DBclDeleteKey(h, cs(e.key.c_str()), e.rec), 0) << n << " op " << op;
+                model.del(e.key, e.rec);
+            } else {
+                char v[32];
+                std::snprintf(v, sizeof v, "%06u", rng.below(static_cast<uint32_t>(n / 2 + 1)));
+                std::string key(v);
+                key.resize(24, ' ');
+                const int32_t rec = static_cast<int32_t>(n + 1 + op);
+                model.add(key, rec);
+                ASSERT_EQ(DBclAddKey(h, cs(key.c_str()), rec), 0);
+            }
+            if (op % 50 == 0) strictCheck(h, "changed " + std::to_string(n));
+        }
+        expectSame(walk(h), model.entries(), "changed " + std::to_string(n));
+        EXPECT_EQ(DBclCloseIndex(h), 0);
+        EXPECT_EQ(DBCloseFile(th), 0);
+    }
+}
+
+// Keys of every kind through the key makers: dates before 2000 stay in
+// their century with a four-digit style; numbers and dates round-trip.
+TEST_F(NtxBuild, KeyConversions) {
+    const std::string f = path("n.ntx");
+    ASSERT_EQ(DBclCreateIndex(cs(f.c_str()), 'N', cs("AMOUNT"), 6, 2), 0);
+    short h = -1;
+    ASSERT_EQ(DBclOpenIndex(&h, cs(f.c_str()), 0), 0);
+    char key[64];
+    ASSERT_EQ(DBclDoubleToKey(h, key, -1.5), 0);
+    EXPECT_STREQ(key, ",,+.',");
+    double v = 0;
+    ASSERT_EQ(DBclKeyToDouble(&v, key), 0);
+    EXPECT_EQ(v, -1.5);
+    ASSERT_EQ(DBclDoubleToKey(h, key, 123.456), 0);
+    EXPECT_STREQ(key, "123.45");
+    // Keys of numbers sort as the numbers.
+    std::vector<double> vals = {-999.99, -12.5, -1.5, -0.25, 0, 0.25, 1.5, 12.5, 999.99};
+    std::string prev;
+    for (double x : vals) {
+        ASSERT_EQ(DBclDoubleToKey(h, key, x), 0);
+        EXPECT_LT(prev, std::string(key)) << x;
+        prev = key;
+    }
+    EXPECT_EQ(DBclCloseIndex(h), 0);
+    char date[16] = "xxxxxxxxxx";
+    ASSERT_EQ(DBclDateToKey(key, cs("07/04/1969"), 2), 0);
+    EXPECT_STREQ(key, "19690704");
+    ASSERT_EQ(DBclKeyToDate(date, 7, key), 0);
+    EXPECT_STREQ(date, "04.07.1969");
+    std::memset(key, 'x', sizeof key);
+    ASSERT_EQ(DBclDateToKey(key, cs("  /  /    "), 2), 0);
+    EXPECT_EQ(std::string(key, 10), std::string("        x") + '\0');
+    std::strcpy(date, "unchanged");
+    std::strcpy(key, "        ");
+    ASSERT_EQ(DBclKeyToDate(date, 2, key), 0);
+    EXPECT_STREQ(date, "unchanged");
+    EXPECT_EQ(DBclDateToKey(key, cs("13/45/2000"), 2), DBE_BADDATE);
+    // The evaluator hands dates over in the default style: a two-digit year
+    // style turns a 1969 field into a 2069 key.
+    const std::string d = path("d.ntx");
+    ASSERT_EQ(DBclBuildIndex(t_, cs(d.c_str()), 'D', cs("HIRED"), 8, 0), 0);
+    ASSERT_EQ(DBclOpenIndex(&h, cs(d.c_str()), 0), 0);
+    int32_t rec = 0;
+    ASSERT_EQ(DBclGoLastKey(h, key, &rec), 0);
+    ASSERT_GE(DBGetRecord(t_, rec), 0);
+    char *made = nullptr;
+    ASSERT_EQ(DBclMakeKey(t_, h, &made), 0);
+    EXPECT_STREQ(made, key);
+    DBFreeMemory(made, "test", 0);
+    ASSERT_EQ(DBclGoFirstKey(h, key, &rec), 0);
+    while (std::string(key) == "        ") ASSERT_EQ(DBclGoNextKey(h, key, &rec), 0);
+    ASSERT_EQ(std::string(key).substr(0, 2), "19");
+    ASSERT_GE(DBGetRecord(t_, rec), 0);
+    ASSERT_EQ(DBSetDefaultDateStyle(1), 0);
+    ASSERT_EQ(DBclMakeKey(t_, h, &made), 0);
+    EXPECT_EQ(std::string(made), "20" + std::string(key).substr(2));
+    DBFreeMemory(made, "test", 0);
+    EXPECT_EQ(DBclCloseIndex(h), 0);
+}
+
+}  // namespace
