@@ -5,6 +5,7 @@
 #include "btree.h"
 
 #include <errno.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -91,6 +92,41 @@ int _DBosWriteAt(int fd, int32_t off, const void *buf, int len, int16_t flush) {
     return 0;
 }
 
+void _DBPageMapOpen(DBPAGEMAP &m, int fd, int32_t len) {
+    _DBPageMapClose(m);
+    if (len <= 0) return;
+    void *p = mmap(nullptr, static_cast<size_t>(len), PROT_READ, MAP_SHARED, fd, 0);
+    if (p == MAP_FAILED) return;
+    m.base = static_cast<char *>(p);
+    m.len = len;
+}
+
+void _DBPageMapClose(DBPAGEMAP &m) {
+    if (m.base) munmap(m.base, static_cast<size_t>(m.len));
+    m = DBPAGEMAP{};
+}
+
+namespace {
+// Read one page: from the file's view when it covers the page, else with a
+// positioned read. A page only ever comes from the view when it lies wholly
+// inside the file, so the view is never read past the file's end. A file
+// that grew past its view gets a new one with room to grow, so that a run
+// of appends does not remap at every page.
+int _load(const DBPAGEFILE &f, int32_t page, char *buf) {
+    DBPAGEMAP *m = f.map;
+    const int64_t end = static_cast<int64_t>(page) + f.size;
+    if (m && m->base && end > m->len && end <= f.limit) {
+        const int64_t want = static_cast<int64_t>(f.limit) + f.limit / 2;
+        _DBPageMapOpen(*m, f.fd, want > INT32_MAX ? INT32_MAX : static_cast<int32_t>(want));
+    }
+    if (m && m->base && end <= m->len && end <= f.limit) {
+        std::memcpy(buf, m->base + page, static_cast<size_t>(f.size));
+        return 0;
+    }
+    return _DBosReadAt(f.fd, page, buf, f.size);
+}
+}  // namespace
+
 int _DBPageCacheInit(DBPAGECACHE &c, int entries, int buffers, int pagesize, int least) {
     c = DBPAGECACHE{};
     if (entries < buffers) entries = buffers;
@@ -133,7 +169,7 @@ int _DBPageFetch(DBPAGECACHE &c, const DBPAGEFILE &f, int32_t page, char **buf) 
     if (i < 0) {
         if (_victim(c, f, &i) != 0) return DBerrno;
         DBIPC &e = c.cp[i];
-        if (_DBosReadAt(f.fd, page, e.index_page_cache, f.size) != 0) {
+        if (_load(f, page, e.index_page_cache) != 0) {
             // The buffer's old page is gone either way: leave it unused.
             if (e.s & DBPG_USED) {
                 e.page_number = 0;

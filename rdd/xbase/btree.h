@@ -41,6 +41,21 @@ struct DBPAGECACHE {
     int16_t pl;  // buffers holding a page
 };
 
+// A read-only view of an index file held by this process alone: pages come
+// from it with a copy instead of a system call each. Writes still go through
+// the descriptor, and the view sees them (one page cache in the kernel).
+// Only for files opened exclusively: another process cutting the file
+// short under the view would fault the reader, so shared files are read
+// with plain reads.
+struct DBPAGEMAP {
+    char *base;    // nullptr: no view
+    int32_t len;   // bytes the view covers
+};
+// Map the first len bytes of fd (nothing on failure: reads fall back to
+// plain reads). Replaces an earlier view.
+void _DBPageMapOpen(DBPAGEMAP &m, int fd, int32_t len);
+void _DBPageMapClose(DBPAGEMAP &m);
+
 // What the cache needs to know of its file for one call.
 struct DBPAGEFILE {
     int fd;
@@ -52,6 +67,9 @@ struct DBPAGEFILE {
     // nullptr: every page is taken as read.
     bool (*sound)(const char *page, const void *ctx);
     const void *ctx;
+    // The file's view, when it has one; a page past its end widens it to
+    // the file's current length.
+    DBPAGEMAP *map;
 };
 
 // How a page write reaches the file.

@@ -31,6 +31,7 @@ void _release(int handle, DBNTXPKT *x) {
     if (x->ck.k) DBFreeMemory(x->ck.k, here.id, __LINE__);
     if (x->t) DBFreeMemory(x->t, here.id, __LINE__);
     _DBPageCacheFree(x->pc);
+    _DBPageMapClose(x->map);
     _DBReleaseFilePacket(handle);
 }
 
@@ -88,6 +89,9 @@ int _open(DBNTXPKT *x, char *filename, int mode) {
     x->t = static_cast<DBTREE *>(t);
     x->tl = -1;
     if (_DBPageCacheInit(x->pc, 100, x->ph.m.always_flush ? 3 : 100, DBNTXPAGE, 3) != 0) return DBerrno;
+    // Alone with the file, pages are copied from a view of it rather than
+    // read one system call at a time.
+    if (!x->ph.m.shared) _DBPageMapOpen(x->map, x->ph.dh, x->fs);
     return 0;
 }
 }  // namespace

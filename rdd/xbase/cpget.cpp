@@ -14,25 +14,38 @@ void _DBclFormatPage(char *pg, const DBNTXHDR &h) {
 
 bool _DBclSoundPage(const char *pg, const void *hdr) {
     const auto &h = *static_cast<const DBNTXHDR *>(hdr);
-    const int m = h.max_number_keys_page;
+    const int m = h.max_number_keys_page, len = h.key_item_len;
     if (_DBclCount(pg) > m) return false;
     // Every offset must name a whole slot past the offset array, and no two
     // slots may overlap: inserts take the spare offsets as free room, so
-    // overlapping slots would let two keys share bytes.
+    // overlapping slots would let two keys share bytes. Slots on the grid
+    // that formatting lays out are checked with a bitmap; any other layout
+    // is sorted and checked pairwise.
+    const int first = 2 * m + 4;
+    uint8_t used[DBNTXPAGE / 9 + 2] = {};
+    bool grid = true;
+    for (int i = 0; i <= m && grid; i++) {
+        const int off = _DBclOffset(pg, i);
+        const int j = (off - first) / len;
+        if (off < first || (off - first) % len != 0 || j > m || used[j]) grid = false;
+        else used[j] = 1;
+    }
+    if (grid) return true;
     int16_t off[DBNTXPAGE / 9 + 1];
     for (int i = 0; i <= m; i++) {
         off[i] = static_cast<int16_t>(_DBclOffset(pg, i));
-        if (off[i] < 2 + 2 * (m + 1) || off[i] + h.key_item_len > DBNTXPAGE) return false;
+        if (off[i] < 2 + 2 * (m + 1) || off[i] + len > DBNTXPAGE) return false;
     }
     std::sort(off, off + m + 1);
     for (int i = 1; i <= m; i++)
-        if (off[i] - off[i - 1] < h.key_item_len) return false;
+        if (off[i] - off[i - 1] < len) return false;
     return true;
 }
 
 DBPAGEFILE _DBclPageFile() {
-    const DBNTXPKT *x = DBcli;
-    return DBPAGEFILE{x->ph.dh, DBNTXPAGE, x->fs, x->ph.flush_disk, 2, _DBclSoundPage, &x->h};
+    DBNTXPKT *x = DBcli;
+    return DBPAGEFILE{x->ph.dh, DBNTXPAGE, x->fs, x->ph.flush_disk, 2, _DBclSoundPage, &x->h,
+                      x->ph.m.shared ? nullptr : &x->map};
 }
 
 int _DBclReadPage(int32_t page, char **pg) {

@@ -84,6 +84,7 @@ struct DBNTXPKT {
     int32_t fs;        // file length
     DBNTXHDR h;
     DBPAGECACHE pc;    // cp, np, cs, pl
+    DBPAGEMAP map;     // view of an exclusively opened file
     DBTREE *t;         // descent path
     int16_t td;        // levels the path has room for
     DBKEYS ck;
