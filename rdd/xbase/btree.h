@@ -332,6 +332,9 @@ public:
     // unique_len bytes are equal only the first (lowest record) is handed
     // back; index: the index file's name (for the temporary file's folder).
     int open(int itemlen, int unique_len, const char *index);
+    // About this many items will come (the table's record count): the
+    // memory for them, within the budget, is taken at once.
+    int reserve(int64_t items);
     // Copy one item in.
     int add(const void *item);
     // No more items: prepare to hand them back.

@@ -3,6 +3,7 @@
 // budget), then written as full pages from the leaves up, each page written
 // once and in order; last, the pages along the right edge, which the stream
 // may leave short, are evened out with their left neighbours.
+#include "eval.h"
 #include "ntx.h"
 #include "os.h"
 
@@ -14,12 +15,23 @@ struct _Build {
     DBKeySorter sort;
     int32_t table;
     int k;
+    const DBFIELDSTRUC *field;  // the expression is this character field
+    const char *record;
     char item[DBNTXPAGE];
 };
 
 int _collect(int32_t recno, void *ctx) {
     auto *b = static_cast<_Build *>(ctx);
-    if (_DBclMakeKeyInto(b->table, b->item) != 0) return DBerrno;
+    if (b->field) {
+        // What the evaluator would give, without it: the text to its first
+        // NUL, cut or blank-padded to the key.
+        const char *src = b->record + b->field->a;
+        const size_t n = strnlen(src, b->field->l < b->k ? b->field->l : static_cast<size_t>(b->k));
+        std::memcpy(b->item, src, n);
+        std::memset(b->item + n, ' ', static_cast<size_t>(b->k) - n);
+    } else if (_DBclMakeKeyInto(b->table, b->item) != 0) {
+        return DBerrno;
+    }
     // Record numbers big-endian: byte order is then key order, then record
     // order, and equal keys come out by ascending record number.
     _DBStoreBE32(b->item + b->k, static_cast<uint32_t>(recno));
@@ -117,6 +129,11 @@ int _build(int32_t table, char *filename, int16_t ih) {
     b.table = table;
     b.k = x->h.k;
     if (b.sort.open(b.k + 4, (x->h.u & 1) ? b.k : 0, filename) != 0) return DBerrno;
+    int32_t records = 0;
+    if (DBGetRecordCount(table, &records) != 0 || b.sort.reserve(records) != 0) return DBerrno;
+    const int fld = _DBPlainField(table, x->h.e);
+    b.field = fld >= 0 ? &DBxbd->f[fld] : nullptr;
+    b.record = DBxbd->b.r;
     if (_DBScanTable(table, _collect, &b) != 0) return DBerrno;
     if (b.sort.finish() != 0) return DBerrno;
     if (_DBclLockIndexStruc(ih) != 0) return DBerrno;

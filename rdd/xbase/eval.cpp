@@ -531,6 +531,17 @@ int _DBProcessField() {
 
 int _DBEvaluateKey(int32_t table, char *expr) { return _evaluate(table, expr); }
 
+int _DBPlainField(int32_t table, const char *expr) {
+    if (!expr || !*expr || std::strcspn(expr, ",()+-") != std::strlen(expr) || std::strlen(expr) > kMaxToken) return -1;
+    int at = 0;
+    if (DBeval_cnt > 0 && _DBFindParseEntry(expr, &at)) return -1;
+    const auto *d = static_cast<const DBDATAPKT *>(_DBPacketOf(table, DBPT_DBF));
+    if (!d) return -1;
+    for (int i = 0; i < d->nf; i++)
+        if (_nameeq(d->f[i].n, expr)) return d->f[i].t == 'C' ? i : -1;
+    return -1;
+}
+
 int _DBEvaluateStr(int32_t table, char *expr) {
     int rc = _evaluate(table, expr);
     if (rc < 0) return rc;

@@ -53,5 +53,11 @@ int _DBProcessField();
 // would be inserted.
 int _DBFindParseEntry(const char *text, int *at);
 
+// The field number when expr is nothing but the name of a character field
+// of table, which no host function claims; else -1. Such an expression's
+// value is the field's text up to its first NUL, so bulk builds may take it
+// from the record buffer without evaluating.
+int _DBPlainField(int32_t table, const char *expr);
+
 // Free the evaluator's reusable buffers (called when the library terminates).
 void _DBFreeEvalBuffers();
