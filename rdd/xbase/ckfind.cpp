@@ -87,12 +87,28 @@ int _DBclKeySearch(char *key, int32_t *recno, int mode) {
         x->tl = -1;
         return _DBStatus(DBW_EMPTY);
     }
+    // pg is the page at the bottom of the path: _push fetched it, and nothing
+    // else is fetched until the next _push.
     for (;;) {
-        if (_DBclReadPage(x->t[x->tl].current_page_number, &pg) != 0) return DBerrno;
         const int n = _DBclCount(pg);
-        const int i = x->t[x->tl].i;
+        // The first entry from the position on that is not below the search
+        // key. The keys of a page rise, so halving finds the entry a scan
+        // from the left would stop at.
+        int lo = x->t[x->tl].i, hi = n;
+        while (lo < hi) {
+            const int mid = (lo + hi) / 2;
+            if (std::memcmp(sk, _DBclKey(pg, mid), len) > 0) lo = mid + 1;
+            else hi = mid;
+        }
+        int c = 1;
+        int i = lo;
+        if (i == n) {
+            i = n - 1;  // every entry of the page is below the key
+        } else {
+            c = std::memcmp(sk, _DBclKey(pg, i), len);
+        }
+        x->t[x->tl].i = static_cast<int16_t>(i);
         const int32_t child = _DBclChild(pg, i);
-        int c = std::memcmp(sk, _DBclKey(pg, i), len);
         if (c == 0) {
             std::memcpy(key, _DBclKey(pg, i), static_cast<size_t>(k));
             key[k] = '\0';

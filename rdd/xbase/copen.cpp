@@ -74,6 +74,8 @@ int _open(DBNTXPKT *x, char *filename, int mode) {
     *w = '\0';
     _DBstrupr(h.e);
     _DBCopyName(x->ph.n, sizeof x->ph.n, filename);
+    for (int j = 0; j <= h.max_number_keys_page; j++)
+        x->grid[2 * h.max_number_keys_page + 4 + j * h.key_item_len] = static_cast<uint8_t>(j + 1);
     if (x->ph.m.shared && x->ph.m.always_flush) {
         void *k = nullptr;
         if (DBAllocateMemoryLog(&k, static_cast<size_t>(h.k) + 1, here.id, __LINE__) != 0) return DBerrno;

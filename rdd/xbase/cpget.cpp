@@ -12,22 +12,21 @@ void _DBclFormatPage(char *pg, const DBNTXHDR &h) {
     for (int i = 0; i <= m; i++) _DBclSetOffset(pg, i, 2 * m + 4 + i * h.key_item_len);
 }
 
-bool _DBclSoundPage(const char *pg, const void *hdr) {
-    const auto &h = *static_cast<const DBNTXHDR *>(hdr);
-    const int m = h.max_number_keys_page, len = h.key_item_len;
+bool _DBclSoundPage(const char *pg, const void *pkt) {
+    const auto *x = static_cast<const DBNTXPKT *>(pkt);
+    const int m = x->h.max_number_keys_page, len = x->h.key_item_len;
     if (_DBclCount(pg) > m) return false;
     // Every offset must name a whole slot past the offset array, and no two
     // slots may overlap: inserts take the spare offsets as free room, so
     // overlapping slots would let two keys share bytes. Slots on the grid
-    // that formatting lays out are checked with a bitmap; any other layout
-    // is sorted and checked pairwise.
-    const int first = 2 * m + 4;
+    // that formatting lays out are checked by lookup; any other layout is
+    // sorted and checked pairwise.
     uint8_t used[DBNTXPAGE / 9 + 2] = {};
     bool grid = true;
     for (int i = 0; i <= m && grid; i++) {
         const int off = _DBclOffset(pg, i);
-        const int j = (off - first) / len;
-        if (off < first || (off - first) % len != 0 || j > m || used[j]) grid = false;
+        const int j = off < DBNTXPAGE ? x->grid[off] : 0;
+        if (j == 0 || used[j]) grid = false;
         else used[j] = 1;
     }
     if (grid) return true;
@@ -44,11 +43,17 @@ bool _DBclSoundPage(const char *pg, const void *hdr) {
 
 DBPAGEFILE _DBclPageFile() {
     DBNTXPKT *x = DBcli;
-    return DBPAGEFILE{x->ph.dh, DBNTXPAGE, x->fs, x->ph.flush_disk, 2, _DBclSoundPage, &x->h,
+    return DBPAGEFILE{x->ph.dh, DBNTXPAGE, x->fs, x->ph.flush_disk, 2, _DBclSoundPage, x,
                       x->ph.m.shared ? nullptr : &x->map};
 }
 
 int _DBclReadPage(int32_t page, char **pg) {
+    // The page fetched last is asked for again and again by the moves.
+    const DBPAGECACHE &c = DBcli->pc;
+    if (c.pl > 0 && c.cp[0].page_number == page) {
+        *pg = c.cp[0].index_page_cache;
+        return 0;
+    }
     const DBPAGEFILE f = _DBclPageFile();
     if (_DBPageFetch(DBcli->pc, f, page, pg) != 0) return here.fail(DBerrno, __LINE__);
     return 0;

@@ -90,6 +90,10 @@ struct DBNTXPKT {
     DBKEYS ck;
     int16_t tl;        // level of the current key, -1 = none
     char u;            // 1 while a cached page is dirty
+    // For each byte offset of a page, 1 + the slot that formatting puts
+    // there, 0 where no slot starts: checks a page's offsets without a
+    // division each.
+    uint8_t grid[DBNTXPAGE];
 };
 
 extern DBNTXPKT *DBcli;
@@ -114,8 +118,8 @@ inline bool _DBclLeaf(const char *pg) { return _DBclChild(pg, 0) == 0; }
 // Format a page: no keys, the offsets in slot order.
 void _DBclFormatPage(char *pg, const DBNTXHDR &h);
 // Whether a page read from the file can be worked on: a key count within the
-// page and offsets that name distinct slots inside it.
-bool _DBclSoundPage(const char *pg, const void *hdr);
+// page and offsets that name distinct slots inside it. pkt: the DBNTXPKT.
+bool _DBclSoundPage(const char *pg, const void *pkt);
 
 // ---- The packet --------------------------------------------------------------
 
