@@ -28,6 +28,14 @@ endforeach()
 if(NOT XB_FLAVOR STREQUAL "asan")
   add_test(NAME so_needs_and_exports
     COMMAND bash ${CMAKE_SOURCE_DIR}/tests/check_so.sh $<TARGET_FILE:xbfiles>)
+  # The installed header, library, pkg-config file and CMake package, used
+  # by a program outside the project.
+  set(XB_CONSUMER_FLAGS "")
+  if(XB_FLAVOR STREQUAL "m32")
+    set(XB_CONSUMER_FLAGS "-m32")
+  endif()
+  add_test(NAME install_and_use
+    COMMAND bash ${CMAKE_SOURCE_DIR}/tests/check_install.sh ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR} "${XB_CONSUMER_FLAGS}")
 endif()
 
 
