@@ -17,7 +17,7 @@ deps:
 demo: deps
 	cmake -S . -B build/opt -DXB_FLAVOR=opt -DXB_TESTS=OFF
 	cmake --build build/opt -j$(JOBS)
-	@bash scripts/runall.sh build/opt/examples
+	@bash scripts/demo.sh build/opt
 
 check: deps
 	@set -e; for f in $(FLAVORS); do \
