@@ -191,6 +191,13 @@ TEST_F(NtxTree, NavigationEdges) {
     std::strcpy(key, "0007");
     rec = 109;
     EXPECT_EQ(DBclKeySearch(h, key, &rec, 2), DBW_KEYNOTFOUND);
+    // Keys longer than the key length are cut to it, in adds and searches.
+    ASSERT_EQ(DBclAddKey(h, cs("0100-and-more"), 201), 0);
+    char longer[] = "0100-something-else";
+    ASSERT_EQ(DBclKeySearch(h, longer, &rec, 1), 0);
+    EXPECT_STREQ(longer, "0100");
+    EXPECT_EQ(rec, 201);
+    ASSERT_EQ(DBclDeleteKey(h, cs("0100xyz"), 201), 0);
     // The percentage of a key and the key at a percentage.
     int p = 0;
     ASSERT_EQ(DBclGetKeyPercent(h, &p, cs("0000"), 1), 0);

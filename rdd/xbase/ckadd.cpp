@@ -102,6 +102,9 @@ int _DBclNewPage(int32_t *page) {
         if (_DBosReadAt(x->ph.dh, x->h.ff, link, sizeof link) != 0) return here.fail(DBerrno, __LINE__);
         *page = x->h.ff;
         x->h.ff = static_cast<int32_t>(_DBLoadLE32(link));
+        // A page that names itself as the next free one would be handed out
+        // twice.
+        if (x->h.ff == *page) return here.fail(DBE_CORRUPT, __LINE__);
     } else {
         if (x->fs > INT32_MAX - DBNTXPAGE) return here.fail(DBE_WRITE, __LINE__);
         const int32_t at = x->fs;
