@@ -108,6 +108,16 @@ int DBKeySorter::spill() {
             name_[dir] = '\0';
             return here.fail(DBerrno, __LINE__);
         }
+        // creat() gives a descriptor for writing only, and the runs are read
+        // back in the merge: close it and open the file for both.
+        DBosCloseFile(fd_);
+        DBOMODE m{};
+        if (DBosOpenFile(&fd_, name_, 0, &m) != 0) {
+            fd_ = -1;
+            _DBosDeleteFile(name_);
+            name_[dir] = '\0';
+            return here.fail(DBerrno, __LINE__);
+        }
     }
     if (runs_ == runCap_) {
         const int cap = runCap_ ? runCap_ * 2 : 16;

@@ -379,6 +379,16 @@ void _DBfpEmptyLeaf(char *pg, bool compact, int k, int attr);
 // Adds and deletes end here: no position, a shared file's cache emptied.
 int _DBfpChanged(int rc);
 
+// Creating: an expression made ready for a header (leading blanks dropped,
+// single quotes made double), -207 beyond `max` characters or when empty
+// and `required`; the key type and length from a create call's mode and
+// keylen (-222, -223); a header of a new tag or file (1024 bytes compact,
+// 512 non-compact) with its root at `root`.
+int _DBfpNormalise(const char *in, char *out, size_t max, bool required);
+int _DBfpKeySpec(int mode, int *keylen, char *type);
+void _DBfpNewHeader(char *hdr, bool compact, uint8_t options, int k, const char *expr, const char *forexpr, int32_t root,
+                    int32_t eof);
+
 // A working copy of a page: changes are made here and put back whole.
 struct DBCDXWORK {
     int32_t at;

@@ -194,6 +194,11 @@ int _DBfpOpenTagAt(int slot, int32_t hdrofs, const char *name) {
             size_t flen = 0;
             if ((rc = _expression(&t->for_expression, pool + kepl, static_cast<size_t>(fepl), &flen)) != 0)
                 return failed(rc, __LINE__);
+            // An empty FOR expression (its NUL alone) is none.
+            if (flen == 0) {
+                DBFreeMemory(t->for_expression, here.id, __LINE__);
+                t->for_expression = nullptr;
+            }
         }
         t->i = static_cast<int16_t>(k + 8);
         t->offset_to_page_number_in_key_item = static_cast<int16_t>(k + 4);
