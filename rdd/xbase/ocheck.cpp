@@ -46,7 +46,7 @@ struct _Check : DBCDXTREE {
         }
         if (strict) {
             const int d = _DBfpBitLen(static_cast<uint32_t>(t->k));
-            if (u[21] != d || u[22] != d || u[20] + u[21] + u[22] != 8 * B) {
+            if (u[21] != d || u[22] != d || (u[20] + u[21] + u[22] != 8 * B && u[20] != 32)) {
                 std::snprintf(why, 100, "leaf widths R %d D %d T %d B %d", u[20], u[21], u[22], B);
                 return 1;
             }
