@@ -4,7 +4,25 @@
 // of every record made and found where Harbour put it.
 #include "cdx_util.h"
 
+#include <cstdarg>
 #include <map>
+
+extern int g_logging;
+
+namespace {
+extern std::string g_debug;
+}
+
+// The host's diagnostic hook, as a program that wants the dumps supplies it.
+extern "C" int vorn_debugf(const char *fmt, ...) {
+    char buf[512];
+    va_list ap;
+    va_start(ap, fmt);
+    const int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    g_debug += buf;
+    return n;
+}
 
 using cdx::cs;
 using cdx::KeyLine;
@@ -238,10 +256,30 @@ TEST_F(CdxFixture, LeafRoutinesDecodeEveryLeafAndAccountForItsBytes) {
             DBfpib = nullptr;
             int32_t rec = 0;
             int count = 0, rc;
+            char prev[256] = {};
             while ((rc = DBfpGetCurKeyFromPage(tag, page, key, &rec)) == 0) {
                 got.push_back({rec, std::string(key, static_cast<size_t>(k))});
-                count++;
                 EXPECT_EQ(DBfplen, k - DBfpdup - DBfptrail);
+                // Packing the counts and the record again gives the entry's
+                // bytes; the counts are the ones a key after its
+                // predecessor gets.
+                const int16_t dup = DBfpdup, trail = DBfptrail;
+                char *entry = DBfpib;
+                ASSERT_EQ(DBfpBuildDupTrail2(tag, page, rec), 0);
+                EXPECT_EQ(std::memcmp(DBfpitem.keydupcnt, entry, static_cast<size_t>(B)), 0) << t.name << " entry " << count;
+                const int32_t be = static_cast<int32_t>(__builtin_bswap32(static_cast<uint32_t>(rec)));
+                ASSERT_EQ(DBfpBuildDupTrail(tag, page, be), 0);
+                EXPECT_EQ(std::memcmp(DBfpitem.keydupcnt, entry, static_cast<size_t>(B)), 0);
+                if (count > 0) {
+                    ASSERT_EQ(DBfpGetDupTrail(tag, prev, key, 0), 0);
+                    EXPECT_EQ(DBfpdup, dup) << t.name << " entry " << count;
+                    EXPECT_EQ(DBfptrail, trail);
+                    EXPECT_EQ(DBfpnodup, 0);
+                }
+                DBfpdup = dup;
+                DBfptrail = trail;
+                std::memcpy(prev, key, sizeof prev);
+                count++;
             }
             EXPECT_EQ(rc, DBW_NOMOREKEYS);
             EXPECT_EQ(count, n);
@@ -342,6 +380,59 @@ TEST(CdxKeys, NumbersAndDatesInKeyForm) {
     EXPECT_EQ(DBfpKeyToDate(out, k), DBE_BADDATE);
     EXPECT_EQ(DBfpDoubleToKey(nullptr, 1.0), DBE_NULLPARAM);
     EXPECT_EQ(DBfpKeyToDate(nullptr, k), DBE_NULLPARAM);
+    DBTerminate();
+}
+
+// The leaf dump prints through the host's vorn_debugf; so does the lock
+// trace while g_logging is on.
+std::string g_debug;
+
+TEST_F(CdxFixture, LeafDumpAndLockTracePrintThroughTheHostHook) {
+    int tag = openTag(cdx::kTags[0]);
+    const std::vector<uint8_t> f = xbt::readFile(file);
+    char page[512];
+    std::memcpy(page, f.data() + 0x400, 512);  // the directory's root leaf
+    g_debug.clear();
+    ASSERT_EQ(DBfpDumpLeaf(h, page), 0);
+    EXPECT_NE(g_debug.find("numberofkeys=6\n"), std::string::npos) << g_debug;
+    EXPECT_NE(g_debug.find("recnummask=ffff\n"), std::string::npos);
+    EXPECT_NE(g_debug.find("numberofbytesfor_recnum_duplicate_trailing=3\n"), std::string::npos);
+    EXPECT_NE(g_debug.find("key='BYAMOUNT  '"), std::string::npos);
+    std::memcpy(page, f.data(), 512);
+    EXPECT_EQ(DBfpDumpLeaf(h, page), DBE_CORRUPT) << "a header is no leaf";
+    g_logging = 1;
+    g_debug.clear();
+    EXPECT_EQ(DBfpLockIndex(tag, 0, cs("caller.c"), 42), 0);
+    EXPECT_NE(g_debug.find("caller.c:42"), std::string::npos) << g_debug;
+    g_logging = 0;
+    EXPECT_EQ(DBfpUnLockIndex(tag, nullptr, 0), 0);
+}
+
+// Termination closes what is open through the close table: a key added to
+// a buffered file is on disk afterwards.
+TEST(CdxTerminate, TerminateWritesAndClosesOpenIndexes) {
+    xbt::TempDir tmp;
+    ASSERT_EQ(DBInitialize(20, 4), 0);
+    const std::string c = tmp.path("t.cdx"), i = tmp.path("t.idx");
+    ASSERT_EQ(DBfpCreateIndex(cs(c.c_str())), 0);
+    ASSERT_EQ(DBfbCreateIndex(cs(i.c_str()), 'C', cs("NAME"), 6, nullptr), 0);
+    int hc = -1, hi = -1;
+    ASSERT_EQ(DBfpOpenIndex(&hc, cs(c.c_str()), 0), 0);
+    ASSERT_EQ(DBfbOpenIndex(&hi, cs(i.c_str()), 0), 0);
+    ASSERT_EQ(DBfpCreateTag(hc, cs("names"), 'C', cs("NAME"), 6, nullptr), 0);
+    ASSERT_EQ(DBfbSetDefaultKeyType(hi, 'C'), 0);
+    ASSERT_EQ(DBfbAddKey(hi, cs("ZED"), 9), 0);
+    DBTerminate();
+    ASSERT_EQ(DBInitialize(20, 4), 0);
+    ASSERT_EQ(DBfbOpenIndex(&hi, cs(i.c_str()), 0), 0);
+    ASSERT_EQ(DBfbSetDefaultKeyType(hi, 'C'), 0);
+    char key[16] = "ZED";
+    int32_t rec = 0;
+    EXPECT_EQ(DBfbKeySearch(hi, key, &rec, 1), 0);
+    EXPECT_EQ(rec, 9);
+    ASSERT_EQ(DBfpOpenIndex(&hc, cs(c.c_str()), 0), 0);
+    int tag = -1;
+    EXPECT_EQ(DBfpOpenNamedTag(&tag, hc, cs("NAMES")), 0);
     DBTerminate();
 }
 
