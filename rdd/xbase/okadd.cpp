@@ -40,8 +40,10 @@ int _unpack(const char *pg, int *m) {
     const char *k = nullptr;
     int32_t r = 0;
     if (n > 0 && _DBfpLeafEntry(t, -1, pg, n - 1, &k, &r) != 0) return DBerrno;
-    std::memcpy(s_keys, t->lf.keys, static_cast<size_t>(n) * t->k);
-    std::memcpy(s_recs, t->lf.recs, static_cast<size_t>(n) * sizeof(int32_t));
+    if (n > 0) {
+        std::memcpy(s_keys, t->lf.keys, static_cast<size_t>(n) * t->k);
+        std::memcpy(s_recs, t->lf.recs, static_cast<size_t>(n) * sizeof(int32_t));
+    }
     t->lf.page = 0;
     *m = n;
     return 0;
