@@ -79,16 +79,29 @@ int DBKeySorter::sortMemory() {
     if (DBAllocateMemoryLog(&p, static_cast<size_t>(count_ > 0 ? count_ : 1) * sizeof(Ref), here.id, __LINE__) != 0)
         return DBerrno;
     refs_ = static_cast<Ref *>(p);
+    // Bytes every item shares with the first (a common prefix such as
+    // "CUSTOMER ") decide nothing: the eight bytes compared as one integer
+    // are taken after them.
+    int skip = il_;
+    for (int32_t i = 1; i < count_ && skip > 0; i++) {
+        const char *it = arena_ + static_cast<size_t>(i) * il_;
+        int s = 0;
+        while (s < skip && it[s] == arena_[s]) s++;
+        skip = s;
+    }
+    if (count_ < 2) skip = 0;
+    const int tail = il_ - skip;
     for (int32_t i = 0; i < count_; i++) {
         const char *it = arena_ + static_cast<size_t>(i) * il_;
-        refs_[i] = Ref{_prefix(it, il_), it};
+        refs_[i] = Ref{_prefix(it + skip, tail), it};
     }
-    // Most keys differ in their first eight bytes, so most comparisons are
-    // one integer compare; the rest compare the remaining bytes.
-    const int rest = il_ > 8 ? il_ - 8 : 0;
-    std::sort(refs_, refs_ + count_, [rest](const Ref &a, const Ref &b) {
+    // Most keys differ in those eight bytes, so most comparisons are one
+    // integer compare; the rest compare the remaining bytes.
+    const int from = skip + 8;
+    const int rest = il_ > from ? il_ - from : 0;
+    std::sort(refs_, refs_ + count_, [from, rest](const Ref &a, const Ref &b) {
         if (a.pfx != b.pfx) return a.pfx < b.pfx;
-        return rest > 0 && std::memcmp(a.p + 8, b.p + 8, static_cast<size_t>(rest)) < 0;
+        return rest > 0 && std::memcmp(a.p + from, b.p + from, static_cast<size_t>(rest)) < 0;
     });
     pos_ = 0;
     return 0;
