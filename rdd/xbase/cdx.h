@@ -169,7 +169,8 @@ struct DBCDXTAG {
     // Kept besides:
     int16_t k;                      // key length
     bool compact;
-    uint32_t posseq;                // lock period the position belongs to
+    bool stale;                     // the path may name pages changed since
+                                    // it was taken: find the place by ck
     DBCDXLEAF lf;
 };
 
@@ -183,7 +184,6 @@ struct DBCDXPKT {
     char index_modified;     // free list, counter or end of file to write
     char file_type;          // options at H = 0
     uint32_t cs;             // change counter
-    uint32_t lockseq;        // +1 each time the lock is taken
 };
 
 extern DBCDXPKT *DBfpi;
@@ -352,8 +352,9 @@ int _DBfpMove(int tag, char *key, int32_t *recno, int (*move)(char *, int32_t *)
 // forget the cached pages of a shared file that is not locked.
 int _DBfpRefresh();
 int _DBfpSettle(int rc, const char *key, int32_t recno);
-// A shared file lost its cached path since the position was taken: find
-// the place again from the saved key.
+// A shared file let go of its pages since the position was taken (at the
+// end of the last call, or when the lock was taken): find the place again
+// from the saved key.
 bool _DBfpMustReposition();
 int _DBfpReposition();
 // The key of a table's current record for DBfpt, K bytes and a NUL.

@@ -41,6 +41,7 @@ int _DBfpSeek(const char *sk, int len, uint32_t rec, int method, bool past) {
     int16_t &tl = t->current_btree_page_level;
     const _Target tg{sk, len, rec, method == 2 || method == 3 ? method : 1};
     tl = -1;
+    t->stale = false;
     char *pg = nullptr;
     int rc = _DBPathPush(tr, path, t->td, tl, _DBfpRoot(t), &pg, 1);
     if (rc != 0) return here.fail(rc, __LINE__);

@@ -14,7 +14,13 @@ int _next(char *key, int32_t *recno) { return _DBfpStep(key, recno, true); }
 // again from the saved key first.
 int _DBfpStep(char *key, int32_t *recno, bool forward) {
     DBCDXTAG *t = DBfpt;
-    if (_DBfpMustReposition() && t->ck.r != 0) {
+    // Without a saved place the old path may name pages that changed: the
+    // step starts again from an end.
+    if (_DBfpMustReposition() && t->ck.r == 0) {
+        t->current_btree_page_level = -1;
+        t->stale = false;
+    }
+    if (_DBfpMustReposition()) {
         const int rc = _DBfpReposition();
         if (rc < 0 || rc == DBW_EMPTY) return rc;
         // The saved entry is gone (another process deleted it): the position

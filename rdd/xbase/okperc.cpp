@@ -37,6 +37,7 @@ extern "C" DBAPI int DBfpGetKeyAtPercent(int tag, int percent, char *key, int32_
     if (_DBfpRefresh() != 0) return DBerrno;
     DBCDXTAG *t = DBfpt;
     DBCDXTREE tr{t};
+    t->stale = false;
     int rc = _DBPathAtPercent(tr, t->page_tree_array, t->td, t->current_btree_page_level, _DBfpRoot(t), percent);
     if (rc < 0) rc = here.fail(rc, __LINE__);
     else if (rc == 0) rc = _DBfpCurrentEntry(key, recno);

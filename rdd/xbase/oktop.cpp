@@ -12,6 +12,7 @@ int _first(char *key, int32_t *recno) { return _DBfpGoEnd(key, recno, false); }
 int _DBfpGoEnd(char *key, int32_t *recno, bool last) {
     DBCDXTAG *t = DBfpt;
     DBCDXTREE tr{t};
+    t->stale = false;
     const int rc = _DBPathEnd(tr, t->page_tree_array, t->td, t->current_btree_page_level, _DBfpRoot(t), last);
     if (rc < 0) return here.fail(rc, __LINE__);
     if (rc != 0) return _DBStatus(rc);

@@ -30,15 +30,21 @@ int _DBfpLockIndex(int type) {
     DBerrno = 0;
     if (DBosLockData(x->ph.dh, type, _byte(), 1) != 0) return here.fail(DBerrno, __LINE__);
     x->ph.ls = DBCDX_LOCKED;
-    x->lockseq++;
     x->ph.m.read_header_information = 0;
     if (!x->ph.m.shared) return 0;
+    // Changes of our own not yet written (made without the lock) are ours
+    // to write: they are kept, and the header in memory with them.
+    bool pending = x->index_modified != 0;
+    for (int s = 0; s < DBCDXTAGS; s++)
+        if (x->tt[s] && x->tt[s]->index_modified) pending = true;
+    if (pending) return 0;
     DBCDXTAG *saved = DBfpt;
     int rc = 0;
     for (int s = 0; s < DBCDXTAGS; s++) {
         DBCDXTAG *t = x->tt[s];
         if (!t) continue;
         _DBfpForgetTag(t);
+        t->stale = true;
         DBfpt = t;
         if (rc == 0) rc = _DBfpGetIndexHeader();
     }

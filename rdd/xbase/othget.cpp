@@ -58,21 +58,20 @@ int _DBfpSettle(int rc, const char *key, int32_t recno) {
             std::memcpy(t->ck.k, key, static_cast<size_t>(t->k));
             t->ck.k[t->k] = '\0';
             t->ck.r = recno;
-            t->posseq = x->ph.ls ? x->lockseq : 0;
         } else if (rc != DBW_NOMOREKEYS) {
             t->ck.r = 0;
         }
     }
+    // Not locked: the pages go, and with them the trust in the path.
+    if (x->ph.m.shared && !x->ph.ls) t->stale = true;
     const int cleared = _DBfpClearPageBuffer();
     if (rc >= 0 && cleared != 0) return _DBStatus(cleared);
     return _DBStatus(rc);
 }
 
 bool _DBfpMustReposition() {
-    const DBCDXPKT *x = DBfpi;
     const DBCDXTAG *t = DBfpt;
-    if (!x->ph.m.shared || !t->ck.k) return false;
-    return x->ph.ls == 0 || t->posseq != x->lockseq;
+    return DBfpi->ph.m.shared && t->ck.k && t->stale;
 }
 
 int _DBfpReposition() {
@@ -86,6 +85,10 @@ int _DBfpReposition() {
 
 extern "C" DBAPI int DBfpGetIndexHeader(int handle) {
     if (_DBfpLockIndexStruc(handle) != 0) return DBerrno;
+    // Only another process can have moved the header: an exclusive file, or
+    // one this process holds locked, has its newest header in memory (and
+    // perhaps not yet on disk).
+    if (!DBfpi->ph.m.shared || DBfpi->ph.ls) return _DBStatus(0);
     if (_DBfpGetIndexHeader() != 0) return DBerrno;
     if (DBfpi->ph.m.shared && !DBfpi->ph.ls)
         for (int s = 0; s < DBCDXTAGS; s++)
