@@ -89,7 +89,13 @@ TEST_F(CdxBuild, IdxFilesCompactAndNotBuiltFromEachExpression) {
             DBfbSetDefaultKeyType(h, s.mode & 0x7F);
             EXPECT_EQ(DBfbCompressedIndex(), compact ? 1 : 0);
             ASSERT_EQ(DBfbBuildIndex(t, h), 0) << s.name;
-            cdx::expectSame(cdx::walk(h), want(s), f);
+            // Walked through a cache of three buffers and of a thousand.
+            for (short size : {3, 1000}) {
+                short got = size;
+                ASSERT_EQ(DBfbGetSetCacheSize(h, &got, 0), 0);
+                ASSERT_EQ(got, size);
+                cdx::expectSame(cdx::walk(h), want(s), f);
+            }
             cdx::expectSound(h, want(s).size(), f);
             ASSERT_EQ(DBfbCloseIndex(h), 0);
             // What a reader of the format sees in the header.
