@@ -220,6 +220,12 @@ int _DBfpOpenTagAt(int slot, int32_t hdrofs, const char *name) {
     // Only the directory may have no expression.
     if (elen == 0 && !(h.unique_flag & DBCDX_DIRECTORY)) return failed(DBE_BADEXPR, __LINE__);
     const int32_t root = h.index_file_root_page_offset;
+    if (compact && x->ph.m.shared && root >= x->file_size) {
+        // Another process may have grown the file since we measured it and
+        // put the root in a page it appended.
+        int32_t len = 0;
+        if (DBosFileLength(x->ph.dh, &len) == 0 && len > x->file_size) x->file_size = len;
+    }
     if (root <= 511 || root >= x->file_size || root % DBCDXPAGE != 0) return failed(DBE_ROOTPAGE, __LINE__);
     t->rno = static_cast<int16_t>(k);
     t->max_number_keys_page = static_cast<int16_t>(500 / t->i);
