@@ -1092,6 +1092,289 @@ DBAPI int DBclGetSetCacheSize(int handle, short *size, int op);
  * sound, -206 with the problem in check->msg. */
 DBAPI int DBclCheckIndex(int handle, DBINDEXCHECK *check, int strict);
 
+/* ------------------------------------------------------------------------
+ * CDX compound indexes and IDX single indexes (FoxPro, Harbour's DBFCDX):
+ * B+-trees of 512-byte pages; compact files (CDX, compact IDX) pack their
+ * leaves, non-compact IDX files keep fixed items. Entries run by key bytes,
+ * then by record number.
+ *
+ * Handles: a file handle names the file's slot 0 (the directory of a CDX
+ * file, the index of an IDX file); a tag handle is (slot << 16) | file
+ * handle, slots 1..127 holding the tags opened. Every call below that takes
+ * a tag also takes a file handle (slot 0). -213 for a bad file handle, -248
+ * for an empty slot.
+ *
+ * Keys travel in buffers of key length + 1 bytes: character keys as text
+ * (blank-padded when stored), numeric and date keys as their 8 binary bytes,
+ * logical keys as 'T' or 'F'; every key handed back is the key length and a
+ * NUL. The file does not record a tag's key type: it is '?' (binary keys,
+ * fill 0) until DBfpSetDefaultKeyType names it, DBfpMakeKey or a build
+ * learns it from the key expression, or DBfpCreateTag gives it; adds and
+ * deletes refuse an unknown type (-222).
+ *
+ * Open modes: low byte 0, 3, 4 or 8 (else -218) | DBO_READONLY, DBO_FLUSH
+ * (write-through: every change written at once, 4 page buffers),
+ * DBO_SHARED, DBO_AUTOLOCK (adds DBO_FLUSH and DBO_SHARED; adds and deletes
+ * take the lock themselves; dropped with DBO_READONLY), DBO_UNBUFFERED
+ * (write-through). Locks: one byte, 0x7FFFFFFE in compact files and
+ * 0x40000000 in non-compact IDX files. A shared file that this process has
+ * not locked keeps no page between calls: every call reads what other
+ * processes wrote, and a tag finds its place again by its current key.
+ * ------------------------------------------------------------------------ */
+
+/* How a CDX file is open (DBfpGetIndexInfo). */
+typedef struct DBFPINDEXINFO {
+    int usedtags;      /* slots open, slot 0 included */
+    DBOPENFLAGS flags;
+    char fname[80];    /* the name it was opened with, cut to 79 characters */
+    int lockt;         /* 4 while this process holds the index lock */
+} DBFPINDEXINFO;
+
+/* An IDX file, or one tag (DBfbGetIndexInfo). */
+typedef struct DBFBINDEXINFO {
+    char fname[80];
+    DBOPENFLAGS flags;
+    int keylen;
+    int keytype;       /* 'C', 'N', 'D', 'L', or '?' while unknown */
+    int keyfmt;        /* 128 unique, + 256 descending order */
+    int ftype;         /* the header's options byte: 0x01 unique, 0x08 FOR,
+                          0x20 compact, 0x40 compound, 0x80 directory */
+    int lockt;
+    int exprlen;
+    char expr[220];    /* an expression of 220 characters is cut without NUL */
+    char forexpr[257];
+} DBFBINDEXINFO;
+
+/* Where a key would go in a compact leaf (DBfpFIndInsertPosition): index of
+ * the first entry whose key is not below the key (key length bytes, padded
+ * with the fill), or the entry count; keyarea: the offset where the key area
+ * begins; before / after: bytes of stored keys of the entries before index
+ * and from index on. */
+typedef struct DBFPINSERTPOS {
+    int index;
+    int keyarea;
+    int before;
+    int after;
+} DBFPINSERTPOS;
+
+/* The 6-byte work buffer of a packed leaf entry. */
+typedef union DBCDXITEM {
+    unsigned char keydupcnt[6];
+    int32_t keyrecnum;
+} DBCDXITEM;
+
+/* Working cursors of the compact-leaf routines: the entry decoded last, the
+ * start of its stored key bytes, its duplicate and trailing counts and
+ * stored length, whether DBfpGetDupTrail found a node's first key, and the
+ * entry DBfpBuildDupTrail packed. */
+DBAPI extern char *DBfpib;
+DBAPI extern char *DBfpkt;
+DBAPI extern int16_t DBfpdup;
+DBAPI extern int16_t DBfptrail;
+DBAPI extern int16_t DBfplen;
+DBAPI extern int16_t DBfpnodup;
+DBAPI extern DBCDXITEM DBfpitem;
+
+/* Open a CDX or IDX file and its slot 0 (type 8 packet; DBfbOpenIndex: type
+ * 6, the same otherwise). The header is checked in this order: key length
+ * 1..200 (-223); compact: expression lengths that fit the pool, a NUL in
+ * each, 220 characters at most, and a key expression unless the tag is the
+ * directory (-207); non-compact: the same for the 220-byte area; the root a
+ * page inside the file (-225). 207 when a non-compact file's recorded end
+ * differs from its length (it is open). -221 NULL, -214 name of 512
+ * characters or more, -218 access code, file-layer errors; *handle is -1
+ * on failure. */
+DBAPI int DBfpOpenIndex(int *handle, char *filename, int mode);
+DBAPI int DBfbOpenIndex(int *handle, char *filename, int mode);
+/* Open the CDX tag `name` (1..10 characters, any case; else -250) into the
+ * first free slot: -257 when it is open already, -252 when no slot is free,
+ * -250 when the directory has no such tag or the file is an IDX. */
+DBAPI int DBfpOpenNamedTag(int *tag, int handle, char *name);
+/* Open the n-th tag in order of creation (1-based) into slot n: -254 for a
+ * number outside 1..127 or beyond the tags; 0 without touching *tag when
+ * slot n is open already; -257 when the tag is open in another slot. */
+DBAPI int DBfpOpenTag(int *tag, int handle, int number);
+/* Write what is pending and free one tag (not slot 0: -248). */
+DBAPI int DBfpCloseTag(int tag);
+/* Write what is pending, release the lock, close every tag and the file. A
+ * failed write keeps the handle open. */
+DBAPI int DBfpCloseIndex(int handle);
+DBAPI int DBfbCloseIndex(int handle);
+/* The index lock, on a shared file only (0 and nothing done otherwise, or
+ * when held already): type 0 exclusive, 2 shared (else -212). Taking it
+ * rereads the header and every open tag's root and forgets the cached
+ * pages; releasing it writes what is pending first. srcfile and line only
+ * feed the debug trace (NULL and 0 are fine). DBfbLockIndex takes type 0. */
+DBAPI int DBfpLockIndex(int handle, int type, char *srcfile, int line);
+DBAPI int DBfpUnLockIndex(int handle, char *srcfile, int line);
+DBAPI int DBfbLockIndex(int handle);
+DBAPI int DBfbUnLockIndex(int handle);
+/* Write every tag's dirty pages and roots and the file header (the change
+ * counter of a compact file goes up by one). 208 write-through, -236
+ * read-only. */
+DBAPI int DBfpFlushIndex(int handle);
+DBAPI int DBfbFlushIndex(int handle);
+/* Reread the file header and the tag's root. */
+DBAPI int DBfpGetIndexHeader(int handle);
+DBAPI int DBfbGetIndexHeader(int handle);
+/* Count a change: the compact file's counter, big-endian at offset 8, goes
+ * up by one and is written (nothing for non-compact files). -236 read-only. */
+DBAPI int DBfpPutIndexHeader(int handle);
+/* Page buffers of a tag: op 1 gets the count into *size, op 0 sets it
+ * (above 2, else -212; dirty pages are written before buffers go; 209 with
+ * the count reached when memory ran short). Other ops -212. */
+DBAPI int DBfpGetSetCacheSize(int tag, short *size, int op);
+DBAPI int DBfbGetSetCacheSize(int handle, short *size, int op);
+DBAPI int DBfpGetIndexInfo(int handle, DBFPINDEXINFO *info);
+DBAPI int DBfbGetIndexInfo(int handle, DBFBINDEXINFO *info);
+/* The tag's key expression with its NUL (up to 221 bytes). */
+DBAPI int DBfpGetIndexKeyExpr(int tag, char *expr);
+DBAPI int DBfbGetIndexKeyExpr(int handle, char *expr);
+/* 1 when the tag used last is compact, else 0. */
+DBAPI int DBfbCompressedIndex(void);
+/* Name the tag's key type: 'C' (fill ' '), 'N', 'D', 'L' (fill 0); lower
+ * case accepted; else -222. */
+DBAPI int DBfpSetDefaultKeyType(int tag, int type);
+DBAPI int DBfbSetDefaultKeyType(int handle, int type);
+
+/* Compact-leaf routines on a leaf page the caller holds (512 bytes), with
+ * the tag's key length and fill. -206 when the page is no sound compact
+ * leaf. DBfpGetCurKeyFromPage decodes the entry after DBfpib into key (key
+ * length + 1 bytes, updated in place from the key before it) and *recno;
+ * set DBfpib to NULL to start at entry 0. An entry whose record number is 0
+ * is passed over (key unchanged, *recno 0). 203 after the last entry, -212
+ * when the cursors do not lie in this page. */
+DBAPI int DBfpGetCurKeyFromPage(int tag, char *page, char *key, int32_t *recno);
+/* The key and record at the tag's position, decoded from its page. 204 when
+ * the tag has no position. */
+DBAPI int DBfpGetKeyFromPage(int tag, char *key, int32_t *recno);
+/* DBfpdup, DBfptrail, DBfplen of key following prev; first != 0 when key is
+ * to be its node's first (DBfpnodup is then set, and the duplicate count is
+ * 0 but for the classic blank-run exception). */
+DBAPI int DBfpGetDupTrail(int tag, char *prev, char *key, int first);
+/* Pack DBfpdup, DBfptrail and a record number into DBfpitem with the
+ * page's widths: recno in file (big-endian) byte order, or in host order
+ * (DBfpBuildDupTrail2). */
+DBAPI int DBfpBuildDupTrail(int tag, char *page, int32_t recno);
+DBAPI int DBfpBuildDupTrail2(int tag, char *page, int32_t recno);
+/* Where the next key's stored bytes would end (page + 512 - the stored
+ * lengths), and the sum of the stored lengths. */
+DBAPI int DBfpCalculateNextKeyPositionInBuffer(int tag, char *page, char **at);
+DBAPI int DBfpCalculateCurrentKeyLengthsInBuffer(int tag, char *page, int *sum);
+DBAPI int DBfpFIndInsertPosition(int tag, char *page, char *key, DBFPINSERTPOS *pos);
+/* Print the leaf through the host's vorn_debugf (nothing when the host has
+ * none): its header fields, each raw entry and each decoded key. */
+DBAPI int DBfpDumpLeaf(int tag, char *page);
+
+/* The key of the table's current record by the tag's expression, into key
+ * (key length + 1 bytes): text blank-padded or cut, numbers and dates in
+ * their binary forms, logicals 'T'/'F'. Dates come from the evaluator in
+ * the default date style: initialise with a four-digit-year style when
+ * dates before 2000 matter. Sets an unknown key type; -207 when the result
+ * is of another type than the tag's, -223 for a numeric or date result in a
+ * key that is not 8 bytes. */
+DBAPI int DBfpMakeKey(int table, int tag, char *key);
+DBAPI int DBfbMakeKey(int table, int handle, char *key);
+/* A double as an 8-byte key: big-endian, sign bit set for a positive
+ * number, all bits inverted for a negative one. key: 9 bytes. */
+DBAPI int DBfpDoubleToKey(char *key, double v);
+DBAPI int DBfpKeyToDouble(double *v, char *key);
+DBAPI int DBfbDoubleToKey(char *key, double v);
+DBAPI int DBfbKeyToDouble(double *v, char *key);
+/* A date in the default style as the key of its day number, counted as
+ * FoxPro keys count it (the Julian day number from 1901 on); an empty date
+ * is day 0. Back: the date in the default style, "" for day 0, -215 for a
+ * key that is no date. */
+DBAPI int DBfpDateToKey(char *key, char *date);
+DBAPI int DBfpKeyToDate(char *date, char *key);
+DBAPI int DBfbDateToKey(char *key, char *date);
+DBAPI int DBfbKeyToDate(char *date, char *key);
+/* Search. key: the text (a shorter character text is a prefix; on return
+ * the key reached); *recno: the record for mode 2, and the record reached.
+ * The search ends on the first entry at or after the key (mode 3 and 15:
+ * after every equal key). Results, with "past" a key above every entry (the
+ * position is then on the last one):
+ *   1, 2, 3 and other modes below 11: 0 found, 204 not found or past;
+ *   11: found: the entry before it (0, or 203 with none before); not found:
+ *       0 on the greater entry; past: 203;
+ *   12: 0 on the key or the greater entry; past: 203;
+ *   13: 0, 204, or 203 past;
+ *   14: found: 0; not found: the entry after the greater one (0, or 203);
+ *       past: 0;
+ *   15: 204 on the first entry above the key; past: 0;
+ *   16 and up: method 1, result as found (0, 204, 203).
+ * 202 for an empty tag. */
+DBAPI int DBfpKeySearch(int tag, char *key, int32_t *recno, int mode);
+DBAPI int DBfbKeySearch(int handle, char *key, int32_t *recno, int mode);
+/* Move to the first, last, next or previous entry, or report the current
+ * one; next and previous without a position go to the first and last
+ * entry; 203 at an end (the position stays), 202 empty; DBfpGetCurrentKey
+ * gives 204 without a position. */
+DBAPI int DBfpGoFirstKey(int tag, char *key, int32_t *recno);
+DBAPI int DBfpGoLastKey(int tag, char *key, int32_t *recno);
+DBAPI int DBfpGoNextKey(int tag, char *key, int32_t *recno);
+DBAPI int DBfpGoPreviousKey(int tag, char *key, int32_t *recno);
+DBAPI int DBfpGetCurrentKey(int tag, char *key, int32_t *recno);
+DBAPI int DBfbGoFirstKey(int handle, char *key, int32_t *recno);
+DBAPI int DBfbGoLastKey(int handle, char *key, int32_t *recno);
+DBAPI int DBfbGoNextKey(int handle, char *key, int32_t *recno);
+DBAPI int DBfbGoPreviousKey(int handle, char *key, int32_t *recno);
+DBAPI int DBfbGetCurrentKey(int handle, char *key, int32_t *recno);
+/* Where the current entry lies, as a whole percentage: 0 at the first entry,
+ * 100 at the last (204 and 0 without a position). And the move to the
+ * entry at a percentage (clamped to 0..100). */
+DBAPI int DBfpGetKeyPercent(int tag, int *percent);
+DBAPI int DBfpGetKeyAtPercent(int tag, int percent, char *key, int32_t *recno);
+DBAPI int DBfbGetKeyPercent(int handle, int *percent);
+DBAPI int DBfbGetKeyAtPercent(int handle, int percent, char *key, int32_t *recno);
+
+/* Add (key, recno): character keys blank-padded (-223 when longer than the
+ * key), other keys the key length in bytes. 211 when the entry is there
+ * already (a unique tag: the key). -204 for a record number below 1, -236
+ * read-only, -222 unknown key type. Deletes remove exactly (key, recno): 204
+ * when it is not there. Both lose the tag's position. */
+DBAPI int DBfpAddKey(int tag, char *key, int32_t recno);
+DBAPI int DBfpDeleteKey(int tag, char *key, int32_t recno);
+DBAPI int DBfbAddKey(int handle, char *key, int32_t recno);
+DBAPI int DBfbDeleteKey(int handle, char *key, int32_t recno);
+/* A new compound file holding only its (empty) directory. */
+DBAPI int DBfpCreateIndex(char *filename);
+/* A new IDX file: mode = key type letter ('C', 'N', 'D', 'L'; lower case
+ * accepted; else -222) | 0x80 unique | 0x400 compact (without 0x400 or 0x800:
+ * non-compact; 0x800 alone makes a compound file like DBfpCreateIndex).
+ * keylen: 1..200 for 'C' (else -223); 'N' and 'D' take 8, 'L' 1. expr: the
+ * key expression (leading blanks dropped, single quotes made double; 220
+ * characters at most, else -207); forexpr: a FOR expression or NULL. */
+DBAPI int DBfbCreateIndex(char *filename, int mode, char *expr, int keylen, char *forexpr);
+/* Add a compact tag (options 0x60, | 0x01 unique, | 0x08 FOR) to an open
+ * CDX file, as DBfbCreateIndex describes its arguments; tagname 1..10
+ * characters (-250), stored upper case; -257 when the tag exists. */
+DBAPI int DBfpCreateTag(int handle, char *tagname, int mode, char *expr, int keylen, char *forexpr);
+/* Remove a tag: its pages go to the free list, its entry leaves the
+ * directory. -250 no such tag, -257 while it is open. */
+DBAPI int DBfpDeleteTag(int handle, char *tagname);
+/* Fill a tag (or an IDX file) from every record of the open table (deleted
+ * records included; a FOR expression that reads as a logical keeps the
+ * records where it is true): keys sorted in memory, beyond the sort budget
+ * in runs through a temporary "STKS<n>.TMP" beside the index, then written
+ * as full pages from the leaves up. A tag that holds keys is emptied first.
+ * Equal keys come in record order; a unique tag keeps the first record of
+ * each key. */
+DBAPI int DBfpBuildIndex(int table, int tag);
+DBAPI int DBfbBuildIndex(int table, int handle);
+/* Write count items (key length bytes and a 4-byte big-endian record
+ * number each, in any order) into the tag as DBfpBuildIndex writes keys. */
+DBAPI int DBfpWriteKeys(int tag, char *items, int32_t count);
+/* Check the whole tag: every page reached once and sound (counts, widths,
+ * masks, stored lengths, free space), leaves at one depth, separators equal
+ * to their child's last entry, sibling links at every level, the free list
+ * outside the tree, entries in order (distinct keys in a unique tag).
+ * strict also asks the separators' record numbers to match and every leaf
+ * to use the widths this library writes. 0 when sound, -206 with the
+ * problem in check->msg. */
+DBAPI int DBfpCheckTag(int tag, DBINDEXCHECK *check, int strict);
+DBAPI int DBfbCheckIndex(int handle, DBINDEXCHECK *check, int strict);
+
 #ifdef __cplusplus
 }
 #endif

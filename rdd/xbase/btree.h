@@ -18,27 +18,40 @@
 // ---------------------------------------------------------------------------
 
 // One directory entry: which page a buffer holds and in what state.
+// Entries never move: the order of use is a list through prev and next,
+// and pages are found through a hash of their numbers (hnext chains the
+// entries of one bucket).
 struct DBIPC {
     int32_t page_number;     // file offset of the page held; 0 = none
     int16_t *io;             // the page's item offset array (NTX: buffer + 2)
     char *index_page_cache;  // the page buffer
     char s;                  // DBPG_* bits
+    int16_t prev, next;      // neighbours in the order of use (-1: none)
+    int16_t hnext;           // next entry in the same hash bucket (-1: none)
 };
 
 constexpr char DBPG_DIRTY = 2;    // changed since it was read or written
 constexpr char DBPG_USED = 32;    // buffer holds a page (counted in pl)
 constexpr char DBPG_PINNED = 64;  // held by an operation: never chosen as victim
 
-// A family's cache: the directory in most-recently-used order (entry 0 is the
-// page fetched last) and its buffers. Entries 0 .. pl-1 hold pages; np
-// buffers exist; the directory has room for cs entries. Buffers never move
-// while they exist, so a buffer pointer stays valid while its page is
-// pinned, whatever else is fetched.
+// A family's cache: np page buffers, each with its directory entry; pl of
+// them hold pages. The entries that hold pages form a list from the one
+// used last (head) to the one used longest ago (tail), the victim of the
+// next miss; the others form a list of free entries. A page is found
+// through the hash buckets in constant time whatever the number of
+// buffers, so a large cache costs no more per fetch than a small one.
+// Buffers never move while they exist, so a buffer pointer stays valid
+// while its page is pinned, whatever else is fetched.
 struct DBPAGECACHE {
-    DBIPC *cp;   // directory
-    int16_t np;  // page buffers allocated
-    int16_t cs;  // directory capacity
-    int16_t pl;  // buffers holding a page
+    DBIPC *cp;        // directory (cs entries, the first np with buffers)
+    int16_t np;       // page buffers allocated
+    int16_t cs;       // directory capacity
+    int16_t pl;       // buffers holding a page
+    int16_t head;     // used last
+    int16_t tail;     // used longest ago
+    int16_t free;     // first entry without a page (chained through next)
+    int16_t *bucket;  // hash buckets: first entry of each, -1 none
+    int32_t nb;       // buckets, a power of two
 };
 
 // A read-only view of an index file held by this process alone: pages come
@@ -48,10 +61,13 @@ struct DBPAGECACHE {
 // short under the view would fault the reader, so shared files are read
 // with plain reads.
 struct DBPAGEMAP {
-    char *base;    // nullptr: no view
-    int32_t len;   // bytes the view covers
+    char *base;     // nullptr: no view
+    int32_t len;    // bytes the view covers (may run past the file's end)
+    int32_t valid;  // bytes the file was last seen to hold: only these are
+                    // ever read through the view, since touching a mapped
+                    // page past the end of the file faults
 };
-// Map the first len bytes of fd (nothing on failure: reads fall back to
+// Map fd with room for len bytes (nothing on failure: reads fall back to
 // plain reads). Replaces an earlier view.
 void _DBPageMapOpen(DBPAGEMAP &m, int fd, int32_t len);
 void _DBPageMapClose(DBPAGEMAP &m);

@@ -50,8 +50,8 @@ DBPAGEFILE _DBclPageFile() {
 int _DBclReadPage(int32_t page, char **pg) {
     // The page fetched last is asked for again and again by the moves.
     const DBPAGECACHE &c = DBcli->pc;
-    if (c.pl > 0 && c.cp[0].page_number == page) {
-        *pg = c.cp[0].index_page_cache;
+    if (c.head >= 0 && c.cp[c.head].page_number == page) {
+        *pg = c.cp[c.head].index_page_cache;
         return 0;
     }
     const DBPAGEFILE f = _DBclPageFile();

@@ -1,6 +1,7 @@
 // init.cpp - library state: the globals, initialisation and termination,
 // the handle table and its packets, the table resolver, and the open and
 // close calls of the file layer.
+#include "cdx.h"
 #include "core.h"
 #include "dbf.h"
 #include "memo.h"
@@ -44,13 +45,14 @@ static_assert(sizeof(XB_VERSION_NUMBER " (" XB_BUILD_DATE ")") == 16,
               "version text is 15 characters and a NUL");
 
 // Packet sizes by type. The families without a packet of their own yet
-// (2, 5, 6, 8) get a bare header.
+// (2, 5) get a bare header.
 size_t _DBPacketSize(int type) {
     switch (type) {
     case DBPT_DBF: return sizeof(DBDATAPKT);
     case DBPT_DBT: return sizeof(DBDBTPKT);
     case DBPT_FPT: return sizeof(DBFPTPKT);
     case DBPT_NTX: return sizeof(DBNTXPKT);
+    case DBPT_IDX: case DBPT_CDX: return sizeof(DBCDXPKT);
     default: return sizeof(DBPKTHDR);
     }
 }

@@ -1,0 +1,306 @@
+// Writing CDX and IDX files: every Harbour tag built afresh (into a new
+// compound file, and into compact and non-compact IDX files), the Harbour
+// file itself changed as a program editing records would change it, tags
+// added and deleted, the sort's spill path, and the bytes of what we write.
+#include "cdx_util.h"
+
+#include "btree.h"
+
+#include <map>
+
+using cdx::cs;
+using cdx::KeyLine;
+
+namespace {
+
+struct Spec {
+    const char *name;
+    const char *expr;
+    int mode;     // type letter | 0x80 unique
+    int keylen;
+};
+const Spec kSpecs[] = {{"byname", "NAME", 'C', 20},      {"byamount", "AMOUNT", 'N', 8}, {"byhired", "HIRED", 'D', 8},
+                       {"bycity", "UPPER(CITY)+NAME", 'C', 35}, {"ucity", "CITY", 'C' | 0x80, 15}, {"byqty", "STR(QTY,5)+NAME", 'C', 25}};
+
+class CdxBuild : public xbt::LibTest {
+protected:
+    void SetUp() override {
+        xbt::LibTest::SetUp();
+        DBSetDefaultDateStyle(4);
+        table = idx::openableTable(*this, path("hbcdx.dbf"), "hbcdx.dbf");
+        xbt::writeFile(path("hbcdx.fpt"), xbt::readFile(xbt::fixturePath("hbcdx.fpt")));
+        ASSERT_EQ(DBOpenFile(&t, cs(table.c_str()), 4), 0);
+    }
+    void TearDown() override {
+        DBsort_budget = saved;
+        xbt::LibTest::TearDown();
+    }
+    // Harbour's dump; a rebuilt tag holds equal keys in record order, as
+    // Harbour's does.
+    std::vector<KeyLine> want(const Spec &s) { return cdx::expected(cdx::kTags[&s - kSpecs]); }
+    int newCdx(const std::string &name, int *h) {
+        const std::string f = path(name);
+        int rc = DBfpCreateIndex(cs(f.c_str()));
+        if (rc != 0) return rc;
+        return DBfpOpenIndex(h, cs(f.c_str()), 0);
+    }
+    std::string table;
+    int t = -1;
+    size_t saved = DBsort_budget;
+};
+
+TEST_F(CdxBuild, EveryHarbourTagBuiltAfreshWalksLikeItsDump) {
+    int h = -1;
+    ASSERT_EQ(newCdx("fresh.cdx", &h), 0);
+    for (const Spec &s : kSpecs) ASSERT_EQ(DBfpCreateTag(h, cs(s.name), s.mode, cs(s.expr), s.keylen, nullptr), 0) << s.name;
+    EXPECT_EQ(DBfpCreateTag(h, cs("BYNAME"), 'C', cs("NAME"), 20, nullptr), DBE_TAGINUSE);
+    for (const Spec &s : kSpecs) {
+        int tag = -1;
+        ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(s.name)), 0);
+        ASSERT_EQ(DBfpBuildIndex(t, tag), 0) << s.name;
+        cdx::expectSame(cdx::walk(tag), want(s), s.name);
+        cdx::expectSound(tag, want(s).size(), s.name);
+        ASSERT_EQ(DBfpCloseTag(tag), 0);
+    }
+    cdx::expectSound(h, 6, "directory");
+    ASSERT_EQ(DBfpCloseIndex(h), 0);
+    // Reopened: tags in creation order, each as built.
+    ASSERT_EQ(DBfpOpenIndex(&h, cs(path("fresh.cdx").c_str()), DBO_READONLY), 0);
+    for (int n = 1; n <= 6; n++) {
+        int tag = -1;
+        ASSERT_EQ(DBfpOpenTag(&tag, h, n), 0);
+        const Spec &s = kSpecs[n - 1];
+        ASSERT_EQ(DBfpSetDefaultKeyType(tag, s.mode & 0x7F), 0);
+        char expr[256];
+        ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
+        EXPECT_STREQ(expr, s.expr);
+        cdx::expectSame(cdx::walk(tag), want(s), std::string(s.name) + " reopened");
+    }
+    ASSERT_EQ(DBfpCloseIndex(h), 0);
+}
+
+TEST_F(CdxBuild, IdxFilesCompactAndNotBuiltFromEachExpression) {
+    for (int compact : {0x400, 0}) {
+        for (const Spec &s : kSpecs) {
+            const std::string f = path(std::string(s.name) + (compact ? ".cidx" : ".idx"));
+            ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), s.mode | compact, cs(s.expr), s.keylen, nullptr), 0) << s.name;
+            int h = -1;
+            ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
+            DBfbSetDefaultKeyType(h, s.mode & 0x7F);
+            EXPECT_EQ(DBfbCompressedIndex(), compact ? 1 : 0);
+            ASSERT_EQ(DBfbBuildIndex(t, h), 0) << s.name;
+            // Walked through a cache of three buffers and of a thousand.
+            for (short size : {3, 1000}) {
+                short got = size;
+                ASSERT_EQ(DBfbGetSetCacheSize(h, &got, 0), 0);
+                ASSERT_EQ(got, size);
+                cdx::expectSame(cdx::walk(h), want(s), f);
+            }
+            cdx::expectSound(h, want(s).size(), f);
+            ASSERT_EQ(DBfbCloseIndex(h), 0);
+            // What a reader of the format sees in the header.
+            const std::vector<uint8_t> b = xbt::readFile(f);
+            EXPECT_EQ(b[14], (compact ? 0x20 : 0) | ((s.mode & 0x80) ? 1 : 0)) << f;
+            EXPECT_EQ(cdx::le16(b, 12), s.keylen);
+            if (!compact) EXPECT_EQ(cdx::le32(b, 8), b.size()) << "end of file recorded";
+            EXPECT_EQ(b.size() % 512, 0u);
+            ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), DBO_READONLY), 0);
+            DBfbSetDefaultKeyType(h, s.mode & 0x7F);
+            cdx::expectSame(cdx::walk(h, false), want(s), f + " reopened");
+            ASSERT_EQ(DBfbCloseIndex(h), 0);
+        }
+    }
+}
+
+// The sort gives the same file whether it spills or not.
+TEST_F(CdxBuild, SpilledSortWritesTheSameFile) {
+    std::vector<uint8_t> files[2];
+    for (int spill = 0; spill < 2; spill++) {
+        DBsort_budget = spill ? 1500 : saved;
+        const std::string f = path(spill ? "s.idx" : "m.idx");
+        ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400, cs("UPPER(CITY)+NAME"), 35, nullptr), 0);
+        int h = -1;
+        ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
+        ASSERT_EQ(DBfbBuildIndex(t, h), 0);
+        ASSERT_EQ(DBfbCloseIndex(h), 0);
+        files[spill] = xbt::readFile(f);
+        // The temporary file is gone.
+        EXPECT_FALSE(xbt::fileExists(path("STKS0.TMP")));
+    }
+    EXPECT_EQ(files[0], files[1]);
+}
+
+// Harbour's own file changed as a program that edits records changes it:
+// each edit deletes the record's old key and adds the new one; a tag is
+// added and another deleted; the tags not touched read exactly as before.
+TEST_F(CdxBuild, HarbourFileChangedLikeRecordsChangeStillMatchesTheModel) {
+    const std::string f = fixture("hbcdx.cdx");
+    int h = -1;
+    ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
+    idx::Rng rng(11);
+    std::map<std::string, std::vector<KeyLine>> after;
+    for (const cdx::Tag &tg : cdx::kTags) {
+        if (std::string(tg.name) == "byqty") continue;  // left alone, checked below
+        int tag = -1;
+        ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(tg.name)), 0);
+        ASSERT_EQ(DBfpSetDefaultKeyType(tag, tg.type), 0);
+        const bool unique = std::string(tg.name) == "ucity";
+        const int k = cdx::keylen(tag);
+        idx::Model model(unique);
+        std::vector<KeyLine> start = cdx::expected(tg);
+        for (const KeyLine &l : start) ASSERT_TRUE(model.add(l.key, l.rec));
+        for (int round = 0; round < 300; round++) {
+            const KeyLine old = model.pick(rng.next());
+            std::string key;
+            if (tg.type == 'C') {
+                key = old.key;
+                key[rng.below(static_cast<uint32_t>(k))] = static_cast<char>('A' + rng.below(6));
+            } else {
+                char b[9];
+                DBfpDoubleToKey(b, tg.type == 'N' ? (static_cast<int>(rng.below(2000000)) - 1000000) / 100.0
+                                                  : 2440000.0 + rng.below(30000));
+                key.assign(b, 8);
+            }
+            ASSERT_EQ(DBfpDeleteKey(tag, cs(old.key.c_str()), old.rec), 0) << tg.name << " round " << round;
+            ASSERT_TRUE(model.del(old.key, old.rec));
+            const bool fresh = model.add(key, old.rec);
+            ASSERT_EQ(DBfpAddKey(tag, cs(key.c_str()), old.rec), fresh ? 0 : DBW_EXISTS) << tg.name << " round " << round;
+            if (round % 50 == 0) cdx::expectSound(tag, model.size(), tg.name, 0);
+        }
+        // Equal keys run by record number, as Harbour keeps them.
+        std::vector<KeyLine> w = model.entries();
+        std::stable_sort(w.begin(), w.end(), [](const KeyLine &a, const KeyLine &b) {
+            return a.key != b.key ? a.key < b.key : static_cast<uint32_t>(a.rec) < static_cast<uint32_t>(b.rec);
+        });
+        cdx::expectSame(cdx::walk(tag), w, tg.name);
+        cdx::expectSame(cdx::walk(tag, false), w, std::string(tg.name) + " backward");
+        after[tg.name] = w;
+        ASSERT_EQ(DBfpCloseTag(tag), 0);
+    }
+    // A tag added, one deleted.
+    ASSERT_EQ(DBfpCreateTag(h, cs("byid"), 'N', cs("QTY"), 8, nullptr), 0);
+    EXPECT_EQ(DBfpDeleteTag(h, cs("bycity")), 0);
+    EXPECT_EQ(DBfpDeleteTag(h, cs("bycity")), DBE_TAGNAME);
+    int tag = -1;
+    EXPECT_EQ(DBfpOpenNamedTag(&tag, h, cs("bycity")), DBE_TAGNAME);
+    ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs("byid")), 0);
+    EXPECT_EQ(DBfpDeleteTag(h, cs("byid")), DBE_TAGINUSE);
+    ASSERT_EQ(DBfpBuildIndex(t, tag), 0);
+    EXPECT_EQ(cdx::walk(tag).size(), 300u);
+    ASSERT_EQ(DBfpCloseIndex(h), 0);
+    ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
+    for (const cdx::Tag &tg : cdx::kTags) {
+        const std::string name = tg.name;
+        if (name == "bycity") continue;
+        ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(tg.name)), 0) << name;
+        ASSERT_EQ(DBfpSetDefaultKeyType(tag, tg.type), 0);
+        cdx::expectSame(cdx::walk(tag), name == "byqty" ? cdx::expected(tg) : after[name], name + " reopened");
+        cdx::expectSound(tag, name == "byqty" ? 300 : after[name].size(), name, 0);
+    }
+    DBINDEXCHECK chk;
+    ASSERT_EQ(DBfpCheckTag(h, &chk, 0), 0) << chk.msg;
+    EXPECT_EQ(chk.keys, 6);
+    EXPECT_GT(chk.free, 0);
+    ASSERT_EQ(DBfpCloseIndex(h), 0);
+}
+
+TEST_F(CdxBuild, WriteKeysTakesItemsInAnyOrderAndUniqueKeepsTheFirstRecord) {
+    for (int unique : {0, 0x80}) {
+        const std::string f = path(unique ? "wu.idx" : "w.idx");
+        ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400 | unique, cs("NAME"), 6, nullptr), 0);
+        int h = -1;
+        ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
+        std::vector<char> items;
+        idx::Model model(unique != 0);
+        idx::Rng rng(3);
+        for (int i = 0; i < 5000; i++) {
+            char key[7];
+            std::snprintf(key, sizeof key, "K%05u", rng.below(900));
+            const int32_t rec = static_cast<int32_t>(1 + rng.below(70000));
+            items.insert(items.end(), key, key + 6);
+            char r[4];
+            r[0] = static_cast<char>(rec >> 24);
+            r[1] = static_cast<char>(rec >> 16);
+            r[2] = static_cast<char>(rec >> 8);
+            r[3] = static_cast<char>(rec);
+            items.insert(items.end(), r, r + 4);
+        }
+        for (size_t i = 0; i < items.size(); i += 10) {
+            const std::string key(&items[i], 6);
+            const int32_t rec = (static_cast<uint8_t>(items[i + 6]) << 24) | (static_cast<uint8_t>(items[i + 7]) << 16) |
+                                (static_cast<uint8_t>(items[i + 8]) << 8) | static_cast<uint8_t>(items[i + 9]);
+            model.add(key, rec);
+        }
+        std::vector<KeyLine> w = model.entries();
+        std::stable_sort(w.begin(), w.end(), [](const KeyLine &a, const KeyLine &b) {
+            return a.key != b.key ? a.key < b.key : a.rec < b.rec;
+        });
+        if (unique) {
+            // The first record of each key in record order, not in the order
+            // of the items.
+            std::map<std::string, int32_t> low;
+            for (size_t i = 0; i < items.size(); i += 10) {
+                const std::string key(&items[i], 6);
+                const int32_t rec = (static_cast<uint8_t>(items[i + 6]) << 24) | (static_cast<uint8_t>(items[i + 7]) << 16) |
+                                    (static_cast<uint8_t>(items[i + 8]) << 8) | static_cast<uint8_t>(items[i + 9]);
+                if (!low.count(key) || rec < low[key]) low[key] = rec;
+            }
+            w.clear();
+            for (const auto &e : low) w.push_back({e.second, e.first});
+        }
+        ASSERT_EQ(DBfpSetDefaultKeyType(h, 'C'), 0);
+        ASSERT_EQ(DBfpWriteKeys(h, items.data(), static_cast<int32_t>(items.size() / 10)), 0);
+        cdx::expectSame(cdx::walk(h), w, f);
+        cdx::expectSound(h, w.size(), f);
+        // Again over the full tree: the old pages are reused, the file does
+        // not grow.
+        const long before = (DBfpFlushIndex(h), xbt::fileSize(f));
+        ASSERT_EQ(DBfpWriteKeys(h, items.data(), static_cast<int32_t>(items.size() / 10)), 0);
+        ASSERT_EQ(DBfpFlushIndex(h), 0);
+        EXPECT_LE(xbt::fileSize(f), before + 512);
+        cdx::expectSame(cdx::walk(h), w, f + " again");
+        char bad[10] = {'A', 'A', 'A', 'A', 'A', 'A', 0, 0, 0, 0};
+        EXPECT_EQ(DBfpWriteKeys(h, bad, 1), DBE_SEEK);
+        EXPECT_EQ(DBfpWriteKeys(h, nullptr, 1), DBE_NULLPARAM);
+        ASSERT_EQ(DBfbCloseIndex(h), 0);
+    }
+}
+
+// Bytes of a new compound file: the directory header and an empty root
+// leaf whose masks agree with its widths.
+TEST_F(CdxBuild, NewFilesHaveTheLayoutOtherProgramsRead) {
+    const std::string f = path("n.cdx");
+    ASSERT_EQ(DBfpCreateIndex(cs(f.c_str())), 0);
+    std::vector<uint8_t> b = xbt::readFile(f);
+    ASSERT_EQ(b.size(), 1536u);
+    EXPECT_EQ(cdx::le32(b, 0), 1024u);
+    EXPECT_EQ(cdx::le32(b, 4), 0xFFFFFFFFu);
+    EXPECT_EQ(cdx::le16(b, 12), 10);
+    EXPECT_EQ(b[14], 0xE0);
+    EXPECT_EQ(cdx::le16(b, 510), 1);
+    EXPECT_EQ(cdx::le16(b, 1024), 3);
+    EXPECT_EQ(cdx::le16(b, 1026), 0);
+    EXPECT_EQ(cdx::le32(b, 1028), 0xFFFFFFFFu);
+    EXPECT_EQ(cdx::le32(b, 1032), 0xFFFFFFFFu);
+    EXPECT_EQ(cdx::le16(b, 1036), 488);
+    EXPECT_EQ(cdx::le32(b, 1038), (1u << b[1044]) - 1);
+    EXPECT_EQ(b[1045], 4);
+    EXPECT_EQ(b[1046], 4);
+    EXPECT_EQ(b[1044] + b[1045] + b[1046], 8 * b[1047]);
+    int h = -1;
+    ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
+    ASSERT_EQ(DBfpCreateTag(h, cs("Names"), 'c', cs("  LEFT(NAME,'4')"), 4, cs("ACTIVE")), 0);
+    int tag = -1;
+    ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs("NAMES")), 0);
+    DBFBINDEXINFO info;
+    ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
+    EXPECT_STREQ(info.expr, "LEFT(NAME,\"4\")");
+    EXPECT_STREQ(info.forexpr, "ACTIVE");
+    EXPECT_EQ(info.ftype, 0x68);
+    ASSERT_EQ(DBfpCloseIndex(h), 0);
+    b = xbt::readFile(f);
+    // The directory entry: name upper case, record = header offset.
+    EXPECT_EQ(cdx::le16(b, 1026), 1);
+}
+
+}  // namespace

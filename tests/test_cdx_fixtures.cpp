@@ -1,0 +1,439 @@
+// The compound index Harbour wrote over hbcdx.dbf: every tag, opened by name
+// and by number, walked both ways, searched in every mode, positioned by
+// percentage; its leaves decoded with the public leaf routines; and the key
+// of every record made and found where Harbour put it.
+#include "cdx_util.h"
+
+#include <cstdarg>
+#include <map>
+
+extern int g_logging;
+
+namespace {
+extern std::string g_debug;
+}
+
+// The host's diagnostic hook, as a program that wants the dumps supplies it.
+extern "C" int vorn_debugf(const char *fmt, ...) {
+    char buf[512];
+    va_list ap;
+    va_start(ap, fmt);
+    const int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    g_debug += buf;
+    return n;
+}
+
+using cdx::cs;
+using cdx::KeyLine;
+
+namespace {
+
+class CdxFixture : public xbt::LibTest {
+protected:
+    void SetUp() override {
+        xbt::LibTest::SetUp();
+        DBSetDefaultDateStyle(4);
+        file = fixture("hbcdx.cdx");
+        ASSERT_EQ(DBfpOpenIndex(&h, cs(file.c_str()), 0), 0);
+    }
+    int openTag(const cdx::Tag &t, bool lower = false) {
+        int tag = -1;
+        const std::string name = lower ? std::string(t.name) : cdx::upper(t.name);
+        EXPECT_EQ(DBfpOpenNamedTag(&tag, h, cs(name.c_str())), 0) << t.name;
+        EXPECT_EQ(DBfpSetDefaultKeyType(tag, t.type), 0);
+        return tag;
+    }
+    std::string file;
+    int h = -1;
+};
+
+TEST_F(CdxFixture, WalksEveryTagBothWaysOpenedByNameAndByNumber) {
+    std::map<std::string, int> byExpr;
+    for (const cdx::Tag &t : cdx::kTags) {
+        const int tag = openTag(t, true);
+        const std::vector<KeyLine> want = cdx::expected(t);
+        cdx::expectSame(cdx::walk(tag, true), want, std::string(t.name) + " forward");
+        cdx::expectSame(cdx::walk(tag, false), want, std::string(t.name) + " backward");
+        cdx::expectSound(tag, want.size(), t.name, 0);
+        char expr[256];
+        ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
+        EXPECT_EQ(std::string(expr), idx::readDump(std::string("hbcdx_") + t.name + ".keys.txt").expr);
+        byExpr[std::string(expr) + (std::string(t.name) == "ucity" ? "u" : "")] = static_cast<int>(&t - cdx::kTags);
+        ASSERT_EQ(DBfpCloseTag(tag), 0);
+    }
+    // By number: tags in order of creation; each is one of the six.
+    std::vector<bool> seen(6, false);
+    for (int n = 1; n <= 6; n++) {
+        int tag = -1;
+        ASSERT_EQ(DBfpOpenTag(&tag, h, n), 0) << n;
+        EXPECT_EQ(tag >> 16, n);
+        DBFBINDEXINFO info;
+        ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
+        const std::string e = std::string(info.expr) + ((info.ftype & 1) ? "u" : "");
+        ASSERT_EQ(byExpr.count(e), 1u) << e;
+        const cdx::Tag &t = cdx::kTags[byExpr[e]];
+        ASSERT_FALSE(seen[static_cast<size_t>(byExpr[e])]);
+        seen[static_cast<size_t>(byExpr[e])] = true;
+        ASSERT_EQ(DBfpSetDefaultKeyType(tag, t.type), 0);
+        cdx::expectSame(cdx::walk(tag), cdx::expected(t), std::string(t.name) + " by number");
+        int again = 12345;
+        EXPECT_EQ(DBfpOpenTag(&again, h, n), 0);
+        EXPECT_EQ(again, 12345);
+    }
+    int tag = -1;
+    EXPECT_EQ(DBfpOpenTag(&tag, h, 7), DBE_TAGCOUNT);
+    EXPECT_EQ(DBfpOpenNamedTag(&tag, h, cs("byname")), DBE_TAGINUSE);
+    EXPECT_EQ(DBfpCloseIndex(h), 0);
+}
+
+// What each mode answers for an entry of the list: the search key is
+// present from index first to end - 1 (first == end: absent, first is then
+// the first greater entry). Returns the status and the index reached.
+std::pair<int, size_t> modeAnswer(int mode, size_t first, size_t end, size_t n) {
+    const bool found = first < end, past = first >= n;
+    const size_t last = n - 1;
+    switch (mode) {
+    case 1: case 13:
+        if (found) return {0, first};
+        if (past) return {mode == 1 ? DBW_KEYNOTFOUND : DBW_NOMOREKEYS, last};
+        return {DBW_KEYNOTFOUND, first};
+    case 3:
+        return {DBW_KEYNOTFOUND, end < n ? end : last};
+    case 11:
+        if (found) return first > 0 ? std::make_pair(0, first - 1) : std::make_pair(DBW_NOMOREKEYS, first);
+        if (past) return {DBW_NOMOREKEYS, last};
+        return {0, first};
+    case 12:
+        if (past) return {DBW_NOMOREKEYS, last};
+        return {0, first};
+    case 14:
+        if (found) return {0, first};
+        if (past) return {0, last};
+        return first + 1 < n ? std::make_pair(0, first + 1) : std::make_pair(DBW_NOMOREKEYS, first);
+    case 15:
+        return end < n ? std::make_pair(DBW_KEYNOTFOUND, end) : std::make_pair(0, last);
+    }
+    return {-1, 0};
+}
+
+TEST_F(CdxFixture, SearchesEveryModeForEveryKeyAndBetweenThem) {
+    for (const cdx::Tag &t : cdx::kTags) {
+        const int tag = openTag(t);
+        const int k = cdx::keylen(tag);
+        const std::vector<KeyLine> want = cdx::expected(t);
+        const size_t n = want.size();
+        auto lower = [&](const std::string &key) {
+            size_t i = 0;
+            while (i < n && want[i].key < key) i++;
+            return i;
+        };
+        for (size_t i = 0; i < n; i++) {
+            char buf[256];
+            int32_t rec = want[i].rec;
+            std::memcpy(buf, want[i].key.data(), static_cast<size_t>(k));
+            buf[k] = '\0';
+            ASSERT_EQ(DBfpKeySearch(tag, buf, &rec, 2), 0) << t.name << " " << i;
+            EXPECT_EQ(rec, want[i].rec);
+            EXPECT_EQ(std::string(buf, static_cast<size_t>(k)), want[i].key);
+            // The key itself, and a key just above it (last byte + 1).
+            for (int variant = 0; variant < 2; variant++) {
+                std::string key = want[i].key;
+                if (variant == 1) {
+                    if (static_cast<uint8_t>(key.back()) >= 0xFE) continue;
+                    key.back() = static_cast<char>(key.back() + 1);
+                }
+                const size_t first = lower(key);
+                size_t end = first;
+                while (end < n && want[end].key == key) end++;
+                for (int mode : {1, 3, 11, 12, 13, 14, 15}) {
+                    const auto [rc, at] = modeAnswer(mode, first, end, n);
+                    std::memcpy(buf, key.data(), static_cast<size_t>(k));
+                    buf[k] = '\0';
+                    rec = 0;
+                    ASSERT_EQ(DBfpKeySearch(tag, buf, &rec, mode), rc) << t.name << " mode " << mode << " entry " << i << " v" << variant;
+                    EXPECT_EQ(rec, want[at].rec) << t.name << " mode " << mode << " entry " << i << " v" << variant;
+                    EXPECT_EQ(std::string(buf, static_cast<size_t>(k)), want[at].key);
+                    int32_t cur = 0;
+                    ASSERT_EQ(DBfpGetCurrentKey(tag, buf, &cur), 0);
+                    EXPECT_EQ(cur, want[at].rec);
+                }
+            }
+            if (t.type != 'C' || i % 5 != 0) continue;
+            // A prefix finds the first key that begins with it.
+            for (size_t len : {size_t{1}, size_t{3}, static_cast<size_t>(k) - 1}) {
+                const std::string pre = want[i].key.substr(0, len);
+                size_t at = 0;
+                while (want[at].key.compare(0, len, pre) != 0) at++;
+                std::strcpy(buf, pre.c_str());
+                ASSERT_EQ(DBfpKeySearch(tag, buf, &rec, 1), 0) << t.name << " prefix '" << pre << "'";
+                EXPECT_EQ(rec, want[at].rec);
+            }
+        }
+        // Below every key.
+        char buf[256];
+        int32_t rec = 0;
+        std::memset(buf, 0, sizeof buf);
+        if (t.type == 'C') buf[0] = '\x01';
+        ASSERT_EQ(DBfpKeySearch(tag, buf, &rec, 1), DBW_KEYNOTFOUND);
+        EXPECT_EQ(rec, want.front().rec);
+        ASSERT_EQ(DBfpCloseTag(tag), 0);
+    }
+}
+
+TEST_F(CdxFixture, PercentagesRunFromZeroToOneHundredAlongTheWalk) {
+    for (const cdx::Tag &t : cdx::kTags) {
+        const int tag = openTag(t);
+        const std::vector<KeyLine> want = cdx::expected(t);
+        char key[256];
+        int32_t rec = 0;
+        int p = -1, prev = -1;
+        ASSERT_EQ(DBfpGetKeyPercent(tag, &p), DBW_KEYNOTFOUND);
+        int rc = DBfpGoFirstKey(tag, key, &rec);
+        for (size_t i = 0; rc == 0; i++) {
+            ASSERT_EQ(DBfpGetKeyPercent(tag, &p), 0);
+            if (i == 0) EXPECT_EQ(p, 0) << t.name;
+            if (i + 1 == want.size()) EXPECT_EQ(p, 100) << t.name;
+            EXPECT_GE(p, prev) << t.name << " entry " << i;
+            prev = p;
+            rc = DBfpGoNextKey(tag, key, &rec);
+        }
+        ASSERT_EQ(rc, DBW_NOMOREKEYS);
+        size_t last = 0;
+        for (int q = 0; q <= 100; q += 5) {
+            ASSERT_EQ(DBfpGetKeyAtPercent(tag, q, key, &rec), 0);
+            size_t at = 0;
+            while (at < want.size() && want[at].rec != rec) at++;
+            ASSERT_LT(at, want.size());
+            EXPECT_GE(at, last) << t.name << " " << q;
+            last = at;
+            // Read back, the percentage is close to the one asked for.
+            ASSERT_EQ(DBfpGetKeyPercent(tag, &p), 0);
+            EXPECT_NEAR(p, q, 12) << t.name;
+            if (q == 0) EXPECT_EQ(rec, want.front().rec);
+            if (q == 100) EXPECT_EQ(rec, want.back().rec);
+        }
+        ASSERT_EQ(DBfpCloseTag(tag), 0);
+    }
+}
+
+// Every leaf of every tag, found by reading the file, decoded with the leaf
+// routines: the entries are the dump's, and the stored lengths add up with
+// the free-space field.
+TEST_F(CdxFixture, LeafRoutinesDecodeEveryLeafAndAccountForItsBytes) {
+    const std::vector<uint8_t> f = xbt::readFile(file);
+    // The directory: tag names and header offsets.
+    std::map<std::string, uint32_t> headers;
+    {
+        char key[64];
+        int32_t rec = 0;
+        for (int rc = DBfpGoFirstKey(h, key, &rec); rc == 0; rc = DBfpGoNextKey(h, key, &rec)) {
+            std::string name(key);
+            while (!name.empty() && name.back() == ' ') name.pop_back();
+            headers[name] = static_cast<uint32_t>(rec);
+        }
+    }
+    ASSERT_EQ(headers.size(), 6u);
+    for (const cdx::Tag &t : cdx::kTags) {
+        const int tag = openTag(t);
+        const uint32_t hdr = headers[cdx::upper(t.name)];
+        const int k = cdx::le16(f, hdr + 12);
+        std::vector<uint32_t> pages;
+        cdx::leaves(f, cdx::le32(f, hdr), k, pages);
+        std::vector<KeyLine> got;
+        for (uint32_t p : pages) {
+            char page[512], key[256];
+            std::memcpy(page, f.data() + p, 512);
+            const int n = cdx::le16(f, p + 2), B = f[p + 23];
+            int sum = 0;
+            ASSERT_EQ(DBfpCalculateCurrentKeyLengthsInBuffer(tag, page, &sum), 0);
+            EXPECT_EQ(cdx::le16(f, p + 12), 488 - n * B - sum) << t.name << " page " << p;
+            char *next = nullptr;
+            ASSERT_EQ(DBfpCalculateNextKeyPositionInBuffer(tag, page, &next), 0);
+            EXPECT_EQ(next, page + 512 - sum);
+            // Masks agree with widths in every leaf Harbour wrote.
+            EXPECT_EQ(cdx::le32(f, p + 14), (1u << f[p + 20]) - 1);
+            DBfpib = nullptr;
+            int32_t rec = 0;
+            int count = 0, rc;
+            char prev[256] = {};
+            while ((rc = DBfpGetCurKeyFromPage(tag, page, key, &rec)) == 0) {
+                got.push_back({rec, std::string(key, static_cast<size_t>(k))});
+                EXPECT_EQ(DBfplen, k - DBfpdup - DBfptrail);
+                // Packing the counts and the record again gives the entry's
+                // bytes; the counts are the ones a key after its
+                // predecessor gets.
+                const int16_t dup = DBfpdup, trail = DBfptrail;
+                char *entry = DBfpib;
+                ASSERT_EQ(DBfpBuildDupTrail2(tag, page, rec), 0);
+                EXPECT_EQ(std::memcmp(DBfpitem.keydupcnt, entry, static_cast<size_t>(B)), 0) << t.name << " entry " << count;
+                const int32_t be = static_cast<int32_t>(__builtin_bswap32(static_cast<uint32_t>(rec)));
+                ASSERT_EQ(DBfpBuildDupTrail(tag, page, be), 0);
+                EXPECT_EQ(std::memcmp(DBfpitem.keydupcnt, entry, static_cast<size_t>(B)), 0);
+                if (count > 0) {
+                    ASSERT_EQ(DBfpGetDupTrail(tag, prev, key, 0), 0);
+                    EXPECT_EQ(DBfpdup, dup) << t.name << " entry " << count;
+                    EXPECT_EQ(DBfptrail, trail);
+                    EXPECT_EQ(DBfpnodup, 0);
+                }
+                DBfpdup = dup;
+                DBfptrail = trail;
+                std::memcpy(prev, key, sizeof prev);
+                count++;
+            }
+            EXPECT_EQ(rc, DBW_NOMOREKEYS);
+            EXPECT_EQ(count, n);
+            EXPECT_EQ(DBfpkt, page + 512 - sum);
+            if (n > 0) {
+                // The insert position of the page's first key is 0, of a key
+                // above every one the count.
+                DBFPINSERTPOS pos;
+                ASSERT_EQ(DBfpFIndInsertPosition(tag, page, cs(got[got.size() - static_cast<size_t>(n)].key.c_str()), &pos), 0);
+                EXPECT_EQ(pos.index, 0);
+                std::string top(static_cast<size_t>(k), '\xFF');
+                ASSERT_EQ(DBfpFIndInsertPosition(tag, page, cs(top.c_str()), &pos), 0);
+                EXPECT_EQ(pos.index, n);
+                EXPECT_EQ(pos.before, sum);
+                EXPECT_EQ(pos.keyarea, 512 - sum);
+            }
+        }
+        cdx::expectSame(got, cdx::expected(t), std::string(t.name) + " leaves");
+        ASSERT_EQ(DBfpCloseTag(tag), 0);
+    }
+}
+
+// The key of every record, made from the table, is the one Harbour stored
+// for that record: character, numeric (the doubles of the amounts) and date
+// encodings checked against a real producer.
+TEST_F(CdxFixture, MakeKeyGivesTheKeyHarbourStoredForEveryRecord) {
+    const std::string tbl = idx::openableTable(*this, path("hbcdx.dbf"), "hbcdx.dbf");
+    xbt::writeFile(path("hbcdx.fpt"), xbt::readFile(xbt::fixturePath("hbcdx.fpt")));
+    int t = -1;
+    ASSERT_EQ(DBOpenFile(&t, cs(tbl.c_str()), 4 | DBO_READONLY), 0);
+    int32_t count = 0;
+    ASSERT_EQ(DBGetRecordCount(t, &count), 0);
+    ASSERT_EQ(count, 300);
+    for (const cdx::Tag &tg : cdx::kTags) {
+        int tag = -1;
+        // The key type is learned from the first key made.
+        ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(tg.name)), 0);
+        DBFBINDEXINFO info;
+        ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
+        EXPECT_EQ(info.keytype, '?');
+        std::map<int32_t, std::string> byRec;
+        for (const KeyLine &l : cdx::expected(tg)) byRec[l.rec] = l.key;
+        for (int32_t r = 1; r <= count; r++) {
+            const int g = DBGetRecord(t, r);
+            ASSERT_TRUE(g == 0 || g == DBW_DELETED);
+            char key[256];
+            ASSERT_EQ(DBfpMakeKey(t, tag, key), 0) << tg.name << " record " << r;
+            const std::string made(key, static_cast<size_t>(cdx::keylen(tag)));
+            if (std::string(tg.name) == "ucity") {
+                int32_t rec = 0;
+                EXPECT_EQ(DBfpKeySearch(tag, key, &rec, 1), 0) << "record " << r;
+                continue;
+            }
+            ASSERT_EQ(byRec.count(r), 1u);
+            EXPECT_EQ(made, byRec[r]) << tg.name << " record " << r;
+        }
+        ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
+        EXPECT_EQ(info.keytype, tg.type);
+        ASSERT_EQ(DBfpCloseTag(tag), 0);
+    }
+    EXPECT_EQ(DBCloseFile(t), 0);
+}
+
+// Keys and values: numbers order as bytes, dates count days as FoxPro does.
+TEST(CdxKeys, NumbersAndDatesInKeyForm) {
+    ASSERT_EQ(DBInitialize(20, 4), 0);
+    const double values[] = {-1e300, -12345.5, -1.0, -0.5, -0.0, 0.0, 1e-300, 0.5, 1.0, 2.0, 12345.5, 1e300};
+    std::string prev;
+    for (double v : values) {
+        char k[9];
+        ASSERT_EQ(DBfpDoubleToKey(k, v), 0);
+        double back = 7;
+        ASSERT_EQ(DBfpKeyToDouble(&back, k), 0);
+        EXPECT_EQ(std::signbit(back), std::signbit(v));
+        EXPECT_EQ(back, v);
+        const std::string s(k, 8);
+        EXPECT_LT(prev, s) << v;
+        prev = s;
+    }
+    char k[9];
+    DBfpDoubleToKey(k, 1.0);
+    EXPECT_EQ(std::string(k, 8), std::string("\xBF\xF0\0\0\0\0\0\0", 8));
+    struct { const char *date; double day; } dates[] = {
+        {"19000301", 2415079}, {"20000101", 2451545}, {"19700101", 2440588}, {"20380119", 2465443},
+        {"00010101", 1721411}, {"99991231", 5373544}, {"", 0}};
+    for (const auto &d : dates) {
+        ASSERT_EQ(DBfpDateToKey(k, cs(d.date)), 0) << d.date;
+        double v = -1;
+        DBfpKeyToDouble(&v, k);
+        EXPECT_EQ(v, d.day) << d.date;
+        char back[16] = "x";
+        ASSERT_EQ(DBfpKeyToDate(back, k), 0);
+        EXPECT_STREQ(back, d.date);
+    }
+    EXPECT_EQ(DBfpDateToKey(k, cs("20260230")), DBE_BADDATE);
+    DBfpDoubleToKey(k, 2.5);
+    char out[16];
+    EXPECT_EQ(DBfpKeyToDate(out, k), DBE_BADDATE);
+    EXPECT_EQ(DBfpDoubleToKey(nullptr, 1.0), DBE_NULLPARAM);
+    EXPECT_EQ(DBfpKeyToDate(nullptr, k), DBE_NULLPARAM);
+    DBTerminate();
+}
+
+// The leaf dump prints through the host's vorn_debugf; so does the lock
+// trace while g_logging is on.
+std::string g_debug;
+
+TEST_F(CdxFixture, LeafDumpAndLockTracePrintThroughTheHostHook) {
+    int tag = openTag(cdx::kTags[0]);
+    const std::vector<uint8_t> f = xbt::readFile(file);
+    char page[512];
+    std::memcpy(page, f.data() + 0x400, 512);  // the directory's root leaf
+    g_debug.clear();
+    ASSERT_EQ(DBfpDumpLeaf(h, page), 0);
+    EXPECT_NE(g_debug.find("numberofkeys=6\n"), std::string::npos) << g_debug;
+    EXPECT_NE(g_debug.find("recnummask=ffff\n"), std::string::npos);
+    EXPECT_NE(g_debug.find("numberofbytesfor_recnum_duplicate_trailing=3\n"), std::string::npos);
+    EXPECT_NE(g_debug.find("key='BYAMOUNT  '"), std::string::npos);
+    std::memcpy(page, f.data(), 512);
+    EXPECT_EQ(DBfpDumpLeaf(h, page), DBE_CORRUPT) << "a header is no leaf";
+    g_logging = 1;
+    g_debug.clear();
+    EXPECT_EQ(DBfpLockIndex(tag, 0, cs("caller.c"), 42), 0);
+    EXPECT_NE(g_debug.find("caller.c:42"), std::string::npos) << g_debug;
+    g_logging = 0;
+    EXPECT_EQ(DBfpUnLockIndex(tag, nullptr, 0), 0);
+}
+
+// Termination closes what is open through the close table: a key added to
+// a buffered file is on disk afterwards.
+TEST(CdxTerminate, TerminateWritesAndClosesOpenIndexes) {
+    xbt::TempDir tmp;
+    ASSERT_EQ(DBInitialize(20, 4), 0);
+    const std::string c = tmp.path("t.cdx"), i = tmp.path("t.idx");
+    ASSERT_EQ(DBfpCreateIndex(cs(c.c_str())), 0);
+    ASSERT_EQ(DBfbCreateIndex(cs(i.c_str()), 'C', cs("NAME"), 6, nullptr), 0);
+    int hc = -1, hi = -1;
+    ASSERT_EQ(DBfpOpenIndex(&hc, cs(c.c_str()), 0), 0);
+    ASSERT_EQ(DBfbOpenIndex(&hi, cs(i.c_str()), 0), 0);
+    ASSERT_EQ(DBfpCreateTag(hc, cs("names"), 'C', cs("NAME"), 6, nullptr), 0);
+    ASSERT_EQ(DBfbSetDefaultKeyType(hi, 'C'), 0);
+    ASSERT_EQ(DBfbAddKey(hi, cs("ZED"), 9), 0);
+    DBTerminate();
+    ASSERT_EQ(DBInitialize(20, 4), 0);
+    ASSERT_EQ(DBfbOpenIndex(&hi, cs(i.c_str()), 0), 0);
+    ASSERT_EQ(DBfbSetDefaultKeyType(hi, 'C'), 0);
+    char key[16] = "ZED";
+    int32_t rec = 0;
+    EXPECT_EQ(DBfbKeySearch(hi, key, &rec, 1), 0);
+    EXPECT_EQ(rec, 9);
+    ASSERT_EQ(DBfpOpenIndex(&hc, cs(c.c_str()), 0), 0);
+    int tag = -1;
+    EXPECT_EQ(DBfpOpenNamedTag(&tag, hc, cs("NAMES")), 0);
+    DBTerminate();
+}
+
+}  // namespace

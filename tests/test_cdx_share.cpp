@@ -1,0 +1,233 @@
+// CDX and IDX files shared between processes: the lock byte where other
+// programs look for it (seen from another process with F_GETLK), a shared
+// reader that never walks a page another process changed behind it, two
+// writers adding under the index lock without losing a key, and a reader
+// in a third process that never meets a torn tree.
+#include "cdx_util.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <set>
+
+using cdx::cs;
+using cdx::KeyLine;
+
+namespace {
+
+// Lock refusals are statuses: a process that must wait retries.
+bool refused(int rc) { return rc == DBE_LOCKVIOLATION || (static_cast<uint32_t>(rc) & 0xC0000000u) == 0xC0000000u; }
+
+int retry(int (*call)(int, char *, int32_t), int tag, char *key, int32_t rec) {
+    int rc;
+    while (refused(rc = call(tag, key, rec))) usleep(200);
+    return rc;
+}
+
+std::string keyOf(int i) {
+    char b[16];
+    std::snprintf(b, sizeof b, "K%07d", i);
+    return b;
+}
+
+class CdxShare : public xbt::LibTest {
+protected:
+    // A compound file with one character tag "KEYS" of key length 8.
+    std::string make(const std::string &name, int n, int step = 1) {
+        const std::string f = path(name);
+        EXPECT_EQ(DBfpCreateIndex(cs(f.c_str())), 0);
+        int h = -1, tag = -1;
+        EXPECT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
+        EXPECT_EQ(DBfpCreateTag(h, cs("keys"), 'C', cs("NAME"), 8, nullptr), 0);
+        EXPECT_EQ(DBfpOpenNamedTag(&tag, h, cs("keys")), 0);
+        DBfpSetDefaultKeyType(tag, 'C');
+        for (int i = 0; i < n; i++) EXPECT_EQ(DBfpAddKey(tag, cs(keyOf(i * step).c_str()), i + 1), 0);
+        EXPECT_EQ(DBfpCloseIndex(h), 0);
+        return f;
+    }
+    int openTag(const std::string &f, int mode, int *h) {
+        int tag = -1;
+        EXPECT_EQ(DBfpOpenIndex(h, cs(f.c_str()), mode), 0);
+        EXPECT_EQ(DBfpOpenNamedTag(&tag, *h, cs("keys")), 0);
+        DBfpSetDefaultKeyType(tag, 'C');
+        return tag;
+    }
+};
+
+TEST_F(CdxShare, LockBytesSeenFromAnotherProcess) {
+    const std::string c = make("l.cdx", 3);
+    const std::string i = path("l.idx");
+    ASSERT_EQ(DBfbCreateIndex(cs(i.c_str()), 'C', cs("NAME"), 8, nullptr), 0);
+    struct Case {
+        std::string file;
+        uint32_t byte;
+    } cases[] = {{c, 0x7FFFFFFEu}, {i, 0x40000000u}};
+    for (const Case &k : cases) {
+        int h = -1;
+        ASSERT_EQ(DBfpOpenIndex(&h, cs(k.file.c_str()), DBO_SHARED), 0);
+        EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked);
+        for (int type : {0, 2}) {
+            ASSERT_EQ(DBfpLockIndex(h, type, cs(__FILE__), __LINE__), 0);
+            const xbt::LockSeen seen = xbt::probeLock(k.file, 0, 0x80000000u);
+            EXPECT_TRUE(seen.blocked) << k.file << " type " << type;
+            EXPECT_EQ(seen.start, static_cast<int64_t>(k.byte));
+            EXPECT_EQ(seen.len, 1);
+            DBFPINDEXINFO info;
+            ASSERT_EQ(DBfpGetIndexInfo(h, &info), 0);
+            EXPECT_EQ(info.lockt, 4);
+            ASSERT_EQ(DBfpUnLockIndex(h, nullptr, 0), 0);
+            EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked);
+        }
+        // Held by another process: refused, not waited for.
+        {
+            xbt::ChildLock other(k.file, k.byte, 1);
+            ASSERT_TRUE(other.ok());
+            EXPECT_TRUE(refused(DBfpLockIndex(h, 0, nullptr, 0)));
+        }
+        ASSERT_EQ(DBfpCloseIndex(h), 0);
+        // An exclusive open does not lock at all.
+        ASSERT_EQ(DBfpOpenIndex(&h, cs(k.file.c_str()), 0), 0);
+        ASSERT_EQ(DBfpLockIndex(h, 0, nullptr, 0), 0);
+        EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked);
+        ASSERT_EQ(DBfpCloseIndex(h), 0);
+    }
+}
+
+// Another process rewrites pages with plain writes under the lock: the
+// shared reader's next call, and its next step from a remembered place, see
+// the new tree.
+TEST_F(CdxShare, SharedReaderSeesPagesAnotherProcessChanged) {
+    const std::string f = make("r.cdx", 2000, 2);
+    // The same file after changes, made in a copy: the bytes the other
+    // process will write.
+    const std::string g = path("g.cdx");
+    xbt::writeFile(g, xbt::readFile(f));
+    std::set<std::pair<std::string, int32_t>> after;
+    {
+        int h = -1;
+        const int tag = openTag(g, 0, &h);
+        for (int i = 0; i < 2000; i++) after.insert({keyOf(i * 2), i + 1});
+        for (int i = 0; i < 600; i++) {
+            ASSERT_EQ(DBfpDeleteKey(tag, cs(keyOf(i * 6).c_str()), i * 3 + 1), 0);
+            after.erase({keyOf(i * 6), i * 3 + 1});
+            ASSERT_EQ(DBfpAddKey(tag, cs(keyOf(i * 6 + 1).c_str()), 5000 + i), 0);
+            after.insert({keyOf(i * 6 + 1), 5000 + i});
+        }
+        ASSERT_EQ(DBfpCloseIndex(h), 0);
+    }
+    const std::vector<uint8_t> v2 = xbt::readFile(g);
+    int h = -1;
+    const int tag = openTag(f, DBO_SHARED, &h);
+    EXPECT_EQ(cdx::walk(tag).size(), 2000u);
+    // Positioned on an entry the other process keeps.
+    char key[16];
+    int32_t rec = 0;
+    std::strcpy(key, keyOf(2000).c_str());
+    ASSERT_EQ(DBfpKeySearch(tag, key, &rec, 1), 0);
+    ASSERT_EQ(rec, 1001);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int fd = open(f.c_str(), O_RDWR);
+        struct flock fl {};
+        fl.l_type = F_WRLCK;
+        fl.l_whence = SEEK_SET;
+        fl.l_start = 0x7FFFFFFE;
+        fl.l_len = 1;
+        if (fd < 0 || fcntl(fd, F_SETLKW, &fl) != 0) _exit(2);
+        if (pwrite(fd, v2.data(), v2.size(), 0) != static_cast<ssize_t>(v2.size())) _exit(3);
+        fl.l_type = F_UNLCK;
+        fcntl(fd, F_SETLK, &fl);
+        _exit(0);
+    }
+    int status = -1;
+    waitpid(pid, &status, 0);
+    ASSERT_EQ(WEXITSTATUS(status), 0);
+    // The next step goes on from the saved place in the new tree.
+    int32_t next = 0;
+    ASSERT_EQ(DBfpGoNextKey(tag, key, &next), 0);
+    auto it = after.upper_bound({keyOf(2000), 1001});
+    ASSERT_NE(it, after.end());
+    EXPECT_EQ(std::string(key), it->first);
+    EXPECT_EQ(next, it->second);
+    std::vector<KeyLine> want;
+    for (const auto &e : after) want.push_back({e.second, e.first});
+    cdx::expectSame(cdx::walk(tag), want, "after the other process");
+    cdx::expectSound(tag, want.size(), "after the other process");
+    ASSERT_EQ(DBfpCloseIndex(h), 0);
+}
+
+// Two processes add disjoint keys with automatic locks; a third reads
+// under the shared lock the whole time: every walk it makes is in order,
+// sound, and never shorter than the one before.
+TEST_F(CdxShare, TwoWritersLoseNothingAndAReaderNeverSeesATornTree) {
+    const std::string f = make("w.cdx", 0);
+    const int per = 1200;
+    pid_t writers[2];
+    for (int w = 0; w < 2; w++) {
+        writers[w] = fork();
+        if (writers[w] == 0) {
+            DBInitialize(20, 4);
+            int h = -1, tag = -1;
+            if (DBfpOpenIndex(&h, cs(f.c_str()), DBO_AUTOLOCK) != 0) _exit(2);
+            if (DBfpOpenNamedTag(&tag, h, cs("keys")) != 0) _exit(3);
+            DBfpSetDefaultKeyType(tag, 'C');
+            for (int i = 0; i < per; i++) {
+                const int n = i * 2 + w;
+                if (retry(DBfpAddKey, tag, cs(keyOf(n).c_str()), n + 1) != 0) _exit(4);
+            }
+            if (DBfpCloseIndex(h) != 0) _exit(5);
+            _exit(0);
+        }
+    }
+    const pid_t reader = fork();
+    if (reader == 0) {
+        DBInitialize(20, 4);
+        int h = -1, tag = -1;
+        if (DBfpOpenIndex(&h, cs(f.c_str()), DBO_SHARED | DBO_READONLY) != 0) _exit(2);
+        if (DBfpOpenNamedTag(&tag, h, cs("keys")) != 0) _exit(3);
+        DBfpSetDefaultKeyType(tag, 'C');
+        size_t last = 0;
+        const time_t until = time(nullptr) + 120;
+        while (last < 2 * per && time(nullptr) < until) {
+            int rc;
+            while (refused(rc = DBfpLockIndex(h, 2, nullptr, 0))) usleep(100);
+            if (rc != 0) _exit(4);
+            char key[16], prev[16] = "";
+            int32_t rec = 0;
+            size_t n = 0;
+            for (rc = DBfpGoFirstKey(tag, key, &rec); rc == 0; rc = DBfpGoNextKey(tag, key, &rec)) {
+                if (std::strcmp(prev, key) >= 0 || rec != std::atoi(key + 1) + 1) _exit(5);
+                std::strcpy(prev, key);
+                n++;
+            }
+            if (rc != DBW_NOMOREKEYS && rc != DBW_EMPTY) _exit(6);
+            DBINDEXCHECK chk;
+            if (DBfpCheckTag(tag, &chk, 1) != 0 || static_cast<size_t>(chk.keys) != n) _exit(7);
+            if (DBfpUnLockIndex(h, nullptr, 0) != 0) _exit(8);
+            if (n < last) _exit(9);
+            last = n;
+            // Room for the writers between walks.
+            usleep(300);
+        }
+        _exit(last == 2 * per ? 0 : 10);
+    }
+    for (pid_t p : writers) {
+        int status = -1;
+        waitpid(p, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "writer " << WEXITSTATUS(status);
+    }
+    int status = -1;
+    waitpid(reader, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "reader " << WEXITSTATUS(status);
+    int h = -1;
+    const int tag = openTag(f, 0, &h);
+    std::vector<KeyLine> want;
+    for (int n = 0; n < 2 * per; n++) want.push_back({n + 1, keyOf(n)});
+    cdx::expectSame(cdx::walk(tag), want, "both writers");
+    cdx::expectSound(tag, want.size(), "both writers");
+    ASSERT_EQ(DBfpCloseIndex(h), 0);
+}
+
+}  // namespace

@@ -1,0 +1,271 @@
+// Trees under change: long random runs of adds and deletes against an
+// in-memory model, with the whole tag checked every so often (order, leaf
+// packing and free space, separators, sibling links, free list), in compact
+// and non-compact files, one tag and several tags in one file, with closes
+// and reopens, exclusive and shared write-through opens; record numbers
+// that make leaves widen their record field; freed pages reused before the
+// file grows.
+#include "cdx_util.h"
+
+#include <set>
+
+using cdx::cs;
+using cdx::KeyLine;
+
+namespace {
+
+struct TagRun {
+    int tag = -1;
+    char type = 'C';
+    int k = 12;
+    bool unique = false;
+    std::set<std::pair<std::string, uint32_t>> m;  // (key, record) in index order
+
+    bool has(const std::string &key, uint32_t rec) const {
+        if (!unique) return m.count({key, rec}) != 0;
+        auto it = m.lower_bound({key, 0});
+        return it != m.end() && it->first == key;
+    }
+    std::vector<KeyLine> entries() const {
+        std::vector<KeyLine> v;
+        for (const auto &e : m) v.push_back({static_cast<int32_t>(e.second), e.first});
+        return v;
+    }
+};
+
+std::string genKey(idx::Rng &r, const TagRun &run) {
+    char b[64];
+    if (run.type == 'N') {
+        DBfpDoubleToKey(b, (static_cast<int>(r.below(400)) - 200) / 4.0);
+        return std::string(b, 8);
+    }
+    if (run.type == 'D') {
+        DBfpDoubleToKey(b, 2440000.0 + r.below(300));
+        return std::string(b, 8);
+    }
+    // Few distinct keys, shared prefixes, trailing blanks of every length.
+    std::string s = "KEY";
+    const int len = static_cast<int>(r.below(static_cast<uint32_t>(run.k - 2)));
+    for (int i = 0; i < len; i++) s += static_cast<char>('A' + r.below(3));
+    s.resize(static_cast<size_t>(run.k), ' ');
+    return s;
+}
+
+// Record numbers around the points where a leaf's record field widens.
+uint32_t genRec(idx::Rng &r, int phase) {
+    static const uint32_t base[] = {1, 200, 65400, 16777000, 2147480000u};
+    const int b = static_cast<int>(r.below(static_cast<uint32_t>(phase + 1)));
+    return base[b] + r.below(b == 4 ? 3000 : 400);
+}
+
+void checkAll(std::vector<TagRun> &runs, bool walk, const std::string &what) {
+    for (TagRun &run : runs) {
+        cdx::expectSound(run.tag, run.m.size(), what + " tag " + std::to_string(run.tag >> 16));
+        if (walk) {
+            cdx::expectSame(cdx::walk(run.tag), run.entries(), what + " walk");
+            cdx::expectSame(cdx::walk(run.tag, false), run.entries(), what + " walk back");
+        }
+    }
+}
+
+void step(TagRun &run, idx::Rng &r, int phase, int i) {
+    if (run.m.empty() || r.below(10) < 6) {
+        const std::string key = genKey(r, run);
+        const uint32_t rec = genRec(r, phase);
+        const bool fresh = !run.has(key, rec);
+        ASSERT_EQ(DBfpAddKey(run.tag, cs(key.c_str()), static_cast<int32_t>(rec)), fresh ? 0 : DBW_EXISTS) << "op " << i;
+        if (fresh) run.m.insert({key, rec});
+        return;
+    }
+    auto it = run.m.begin();
+    std::advance(it, static_cast<long>(r.below(static_cast<uint32_t>(run.m.size()))));
+    const std::pair<std::string, uint32_t> e = *it;
+    if (r.below(8) == 0) {
+        // Not there: another record for a present key.
+        const uint32_t other = e.second + 1;
+        if (!run.m.count({e.first, other}))
+            ASSERT_EQ(DBfpDeleteKey(run.tag, cs(e.first.c_str()), static_cast<int32_t>(other)), DBW_KEYNOTFOUND);
+        return;
+    }
+    ASSERT_EQ(DBfpDeleteKey(run.tag, cs(e.first.c_str()), static_cast<int32_t>(e.second)), 0) << "op " << i;
+    run.m.erase(it);
+}
+
+class CdxTree : public xbt::LibTest {
+protected:
+    void SetUp() override {
+        xbt::LibTest::SetUp();
+        DBSetDefaultDateStyle(4);
+    }
+    void openTags(const std::string &f, bool compound, int mode, std::vector<TagRun> &runs, int *h) {
+        ASSERT_EQ(DBfpOpenIndex(h, cs(f.c_str()), mode), 0);
+        for (size_t i = 0; i < runs.size(); i++) {
+            if (compound) ASSERT_EQ(DBfpOpenTag(&runs[i].tag, *h, static_cast<int>(i) + 1), 0);
+            else runs[i].tag = *h;
+            ASSERT_EQ(DBfpSetDefaultKeyType(runs[i].tag, runs[i].type), 0);
+        }
+    }
+    // ops random changes over runs, checked every `every`, the file closed
+    // and reopened at `reopen` intervals.
+    void churn(const std::string &f, bool compound, int mode, std::vector<TagRun> &runs, int ops, int every, int reopen, uint64_t seed) {
+        int h = -1;
+        openTags(f, compound, mode, runs, &h);
+        idx::Rng r(seed);
+        for (int i = 1; i <= ops; i++) {
+            const int phase = i * 5 / (ops + 1);
+            step(runs[r.below(static_cast<uint32_t>(runs.size()))], r, phase, i);
+            if (HasFatalFailure()) return;
+            if (i % every == 0) checkAll(runs, i % (every * 4) == 0, f + " op " + std::to_string(i));
+            if (HasFatalFailure()) return;
+            if (reopen && i % reopen == 0) {
+                ASSERT_EQ(DBfpCloseIndex(h), 0);
+                openTags(f, compound, mode, runs, &h);
+            }
+        }
+        checkAll(runs, true, f + " end");
+        ASSERT_EQ(DBfpCloseIndex(h), 0);
+    }
+};
+
+TEST_F(CdxTree, CompoundFileWithThreeTagsChangingTogether) {
+    const std::string f = path("t.cdx");
+    ASSERT_EQ(DBfpCreateIndex(cs(f.c_str())), 0);
+    int h = -1;
+    ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
+    ASSERT_EQ(DBfpCreateTag(h, cs("names"), 'C', cs("NAME"), 12, nullptr), 0);
+    ASSERT_EQ(DBfpCreateTag(h, cs("amounts"), 'N' | 0x80, cs("AMOUNT"), 8, nullptr), 0);
+    ASSERT_EQ(DBfpCreateTag(h, cs("hired"), 'D', cs("HIRED"), 8, nullptr), 0);
+    ASSERT_EQ(DBfpCloseIndex(h), 0);
+    std::vector<TagRun> runs(3);
+    runs[1].type = 'N';
+    runs[1].unique = true;
+    runs[1].k = 8;
+    runs[2].type = 'D';
+    runs[2].k = 8;
+    churn(f, true, 0, runs, 24000, 2000, 6000, 1);
+}
+
+TEST_F(CdxTree, CompactIdxUniqueAndNotWithLongKeys) {
+    for (int unique : {0, 1}) {
+        const std::string f = path(unique ? "u.idx" : "n.idx");
+        ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400 | (unique ? 0x80 : 0), cs("NAME"), 120, nullptr), 0);
+        std::vector<TagRun> runs(1);
+        runs[0].k = 120;
+        runs[0].unique = unique != 0;
+        churn(f, false, 0, runs, 6000, 1000, 0, 2 + static_cast<uint64_t>(unique));
+    }
+}
+
+TEST_F(CdxTree, NonCompactIdx) {
+    for (char type : {'C', 'N'}) {
+        const std::string f = path(type == 'C' ? "c.idx" : "nn.idx");
+        ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), type, cs("NAME"), 12, nullptr), 0);
+        std::vector<TagRun> runs(1);
+        runs[0].type = type;
+        runs[0].k = type == 'C' ? 12 : 8;
+        churn(f, false, 0, runs, 12000, 2000, 5000, 4);
+    }
+}
+
+TEST_F(CdxTree, SharedWriteThroughAndAutomaticLocks) {
+    for (int mode : {DBO_SHARED | DBO_FLUSH, DBO_AUTOLOCK}) {
+        const std::string f = path(mode == DBO_AUTOLOCK ? "a.cdx" : "s.cdx");
+        ASSERT_EQ(DBfpCreateIndex(cs(f.c_str())), 0);
+        int h = -1;
+        ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
+        ASSERT_EQ(DBfpCreateTag(h, cs("a"), 'C', cs("NAME"), 12, nullptr), 0);
+        ASSERT_EQ(DBfpCreateTag(h, cs("b"), 'D', cs("HIRED"), 8, nullptr), 0);
+        ASSERT_EQ(DBfpCloseIndex(h), 0);
+        std::vector<TagRun> runs(2);
+        runs[1].type = 'D';
+        runs[1].k = 8;
+        churn(f, true, mode, runs, 5000, 1000, 2500, 5);
+    }
+}
+
+// Pages freed by deletes come back before the file grows.
+TEST_F(CdxTree, FreedPagesAreReusedBeforeTheFileGrows) {
+    const std::string f = path("r.idx");
+    ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400, cs("NAME"), 16, nullptr), 0);
+    int h = -1;
+    ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
+    ASSERT_EQ(DBfpSetDefaultKeyType(h, 'C'), 0);
+    char key[32];
+    for (int i = 0; i < 6000; i++) {
+        std::snprintf(key, sizeof key, "K%08d", i * 7919 % 6000);
+        ASSERT_EQ(DBfpAddKey(h, key, i + 1), 0);
+    }
+    // Most of the key range goes: whole leaves empty and are freed.
+    for (int i = 0; i < 6000; i++) {
+        const int v = i * 7919 % 6000;
+        if (v >= 5000) continue;
+        std::snprintf(key, sizeof key, "K%08d", v);
+        ASSERT_EQ(DBfpDeleteKey(h, key, i + 1), 0);
+    }
+    ASSERT_EQ(DBfpFlushIndex(h), 0);
+    DBINDEXCHECK chk;
+    ASSERT_EQ(DBfpCheckTag(h, &chk, 1), 0) << chk.msg;
+    ASSERT_GT(chk.free, 10);
+    const long size = xbt::fileSize(f);
+    int32_t free = chk.free, rec = 100000;
+    while (free > 0) {
+        for (int j = 0; j < 50; j++, rec++) {
+            std::snprintf(key, sizeof key, "N%08d", rec * 31 % 99991);
+            ASSERT_EQ(DBfpAddKey(h, key, rec), 0);
+        }
+        ASSERT_EQ(DBfpFlushIndex(h), 0);
+        ASSERT_EQ(DBfpCheckTag(h, &chk, 1), 0) << chk.msg;
+        EXPECT_EQ(xbt::fileSize(f), size) << "grew with " << free << " pages free";
+        ASSERT_LE(chk.free, free);
+        free = chk.free;
+    }
+    // Deleting every key leaves an empty root leaf.
+    char k2[32];
+    int32_t r2 = 0;
+    while (DBfpGoFirstKey(h, k2, &r2) == 0) ASSERT_EQ(DBfpDeleteKey(h, k2, r2), 0);
+    EXPECT_EQ(DBfpKeySearch(h, k2, &r2, 1), DBW_EMPTY);
+    ASSERT_EQ(DBfpCheckTag(h, &chk, 1), 0) << chk.msg;
+    EXPECT_EQ(chk.pages, 1);
+    EXPECT_EQ(chk.keys, 0);
+    ASSERT_EQ(DBfbCloseIndex(h), 0);
+}
+
+// Equal keys in long runs: every leaf's first key is stored whole, the
+// rest as full duplicates, and record numbers keep them in order.
+TEST_F(CdxTree, LongRunsOfEqualKeys) {
+    const std::string f = path("e.idx");
+    ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400, cs("NAME"), 10, nullptr), 0);
+    int h = -1;
+    ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
+    ASSERT_EQ(DBfpSetDefaultKeyType(h, 'C'), 0);
+    std::vector<KeyLine> want;
+    for (int32_t r = 2000; r >= 1; r--) ASSERT_EQ(DBfpAddKey(h, cs("SAME"), r), 0);
+    for (int32_t r = 1; r <= 2000; r++) want.push_back({r, "SAME      "});
+    cdx::expectSame(cdx::walk(h), want, "equal keys");
+    cdx::expectSound(h, 2000, "equal keys");
+    ASSERT_EQ(DBfpFlushIndex(h), 0);
+    const std::vector<uint8_t> b = xbt::readFile(f);
+    int leaves = 0;
+    for (size_t p = 1024; p + 512 <= b.size(); p += 512) {
+        if (!(cdx::le16(b, p) & 2) || cdx::le16(b, p + 2) == 0) continue;
+        leaves++;
+        const int B = b[p + 23], R = b[p + 20], D = b[p + 21];
+        for (int j = 0; j < cdx::le16(b, p + 2); j++) {
+            uint64_t v = 0;
+            for (int x = 0; x < B; x++) v |= static_cast<uint64_t>(b[p + 24 + static_cast<size_t>(j * B + x)]) << (8 * x);
+            const int dup = static_cast<int>((v >> R) & ((1u << D) - 1));
+            EXPECT_EQ(dup, j == 0 ? 0 : 4) << "page " << p << " entry " << j;
+        }
+    }
+    EXPECT_GT(leaves, 5);
+    int32_t rec = 1000;
+    char key[16] = "SAME";
+    ASSERT_EQ(DBfpKeySearch(h, key, &rec, 2), 0);
+    EXPECT_EQ(rec, 1000);
+    int32_t cur = 0;
+    ASSERT_EQ(DBfpGoNextKey(h, key, &cur), 0);
+    EXPECT_EQ(cur, 1001);
+    ASSERT_EQ(DBfbCloseIndex(h), 0);
+}
+
+}  // namespace
