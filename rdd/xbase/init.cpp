@@ -4,6 +4,7 @@
 #include "core.h"
 #include "dbf.h"
 #include "memo.h"
+#include "ndx.h"
 #include "ntx.h"
 #include "os.h"
 
@@ -48,6 +49,7 @@ static_assert(sizeof(XB_VERSION_NUMBER " (" XB_BUILD_DATE ")") == 16,
 size_t _DBPacketSize(int type) {
     switch (type) {
     case DBPT_DBF: return sizeof(DBDATAPKT);
+    case DBPT_NDX: return sizeof(DBNDXPKT);
     case DBPT_DBT: return sizeof(DBDBTPKT);
     case DBPT_FPT: return sizeof(DBFPTPKT);
     case DBPT_NTX: return sizeof(DBNTXPKT);
