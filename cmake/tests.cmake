@@ -5,6 +5,22 @@ set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 include(GoogleTest)
 
+# Where this machine cannot run 32-bit programs (a kernel without IA-32
+# emulation), the -m32 flavour runs its tests under qemu-i386, so that the
+# same suites still run 32-bit code.
+if(XB_FLAVOR STREQUAL "m32" AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
+  file(WRITE ${CMAKE_BINARY_DIR}/m32probe.c "int main(void) { return 0; }\n")
+  try_run(XB_M32_RUNS XB_M32_BUILDS ${CMAKE_BINARY_DIR}/m32probe ${CMAKE_BINARY_DIR}/m32probe.c
+    COMPILE_DEFINITIONS -m32 LINK_OPTIONS -m32)
+  if(XB_M32_BUILDS AND NOT XB_M32_RUNS EQUAL 0)
+    find_program(XB_QEMU_I386 qemu-i386)
+    if(XB_QEMU_I386)
+      set(CMAKE_CROSSCOMPILING_EMULATOR ${XB_QEMU_I386})
+      message(STATUS "32-bit programs do not run here: tests run under ${XB_QEMU_I386}")
+    endif()
+  endif()
+endif()
+
 # One executable per test file, so one suite's build trouble stays its own.
 file(GLOB XB_TESTS_SRC CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/*.cpp)
 file(GLOB XB_TEST_SUPPORT CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/support/*.cpp)
@@ -43,3 +59,21 @@ foreach(src ${XB_FUZZ_SRC})
   add_test(NAME ${name} COMMAND ${name} ${CMAKE_SOURCE_DIR}/../shared/fixtures 1 400
     WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
 endforeach()
+
+# The second opinion on NDX files: a small program on Debian's xbase64 that
+# writes NDX indexes over our tables (tests/xbase64/ndx_writer.cpp). It is
+# built 32-bit in every flavour (xbase64's 64-bit build writes broken trees)
+# against the i386 library, outside the flavour's flags, and the NDX suite
+# runs it, under qemu-i386 where 32-bit programs do not run natively.
+set(XB_NDX_WRITER "")
+set(XB_XBASE64_I386 /usr/lib/i386-linux-gnu/libxbase64.so.1)
+if(EXISTS /usr/include/xbase64/xbase64.h AND EXISTS ${XB_XBASE64_I386})
+  set(XB_NDX_WRITER ${CMAKE_BINARY_DIR}/ndx_writer)
+  add_custom_command(OUTPUT ${XB_NDX_WRITER}
+    COMMAND ${CMAKE_CXX_COMPILER} -m32 -O1 -w -o ${XB_NDX_WRITER}
+            ${CMAKE_SOURCE_DIR}/tests/xbase64/ndx_writer.cpp ${XB_XBASE64_I386}
+    DEPENDS ${CMAKE_SOURCE_DIR}/tests/xbase64/ndx_writer.cpp)
+  add_custom_target(ndx_writer ALL DEPENDS ${XB_NDX_WRITER})
+  add_dependencies(test_ndx_xbase64 ndx_writer)
+endif()
+target_compile_definitions(test_ndx_xbase64 PRIVATE XB_NDX_WRITER="${XB_NDX_WRITER}")
