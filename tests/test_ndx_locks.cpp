@@ -194,8 +194,10 @@ TEST_F(NdxLocks, SharedWalkKeepsItsPlaceByKey) {
     ASSERT_EQ(DBd3OpenIndex(&r, cs(f.c_str()), DBO_SHARED), 0);
     char key[16];
     int32_t rec = 0;
-    ASSERT_EQ(DBd3GoFirstKey(r, key, &rec), 0);
+    EXPECT_EQ(DBd3GetCurrentKey(r, key, &rec), DBW_KEYNOTFOUND);
+    ASSERT_EQ(DBd3GoNextKey(r, key, &rec), 0);  // no place yet: the first key
     int prev = std::atoi(key), steps = 1;
+    EXPECT_EQ(prev, 0);
     while (DBd3GoNextKey(r, key, &rec) == 0) {
         const int now = std::atoi(key);
         EXPECT_GT(now, prev);

@@ -19,6 +19,9 @@ int _DBd3GetIndexHeader() {
     if (x->u == 0) {
         _DBPageForget(x->pc);
         x->tl = -1;
+        // Blocks we emptied are reused only while nothing else may have
+        // happened to the file: another process may have built it anew.
+        x->fln = 0;
         x->h.r = static_cast<int32_t>(_DBLoadLE32(b));
         x->h.nb = static_cast<int32_t>(_DBLoadLE32(b + 4));
         x->fs = fs;

@@ -14,11 +14,11 @@ int _DBd3Step(char *key, int32_t *recno, bool forward) {
     if (x->ck.k) {
         const int rc = _DBd3Reposition();
         if (rc < 0 || rc == DBW_EMPTY) return rc;
-        if (rc == DBW_NOMOREKEYS && x->tl < 0) return _DBStatus(DBW_KEYNOTFOUND);
+        // No saved place (x->tl < 0 now): the step below starts at an end.
         // The saved entry is gone (another process deleted it): the position
         // is on the entry before it, which is already the previous one; or,
         // below every key, on the first, which is already the next one.
-        if ((rc == DBW_KEYNOTFOUND && !forward) || (rc == DBW_NOMOREKEYS && forward)) return _DBd3CurrentEntry(key, recno);
+        if ((rc == DBW_KEYNOTFOUND && !forward) || (rc == DBW_NOMOREKEYS && forward && x->tl >= 0)) return _DBd3CurrentEntry(key, recno);
     }
     DBNDXTREE tr;
     const int rc = _DBPathStep(tr, x->t, x->td, x->tl, _DBd3Offset(static_cast<uint32_t>(x->h.r)), forward);
