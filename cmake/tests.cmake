@@ -51,3 +51,21 @@ foreach(src ${XB_FUZZ_SRC})
   add_test(NAME ${name} COMMAND ${name} ${CMAKE_SOURCE_DIR}/../shared/fixtures 1 400
     WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
 endforeach()
+
+# The second opinion on NDX files: a small program on Debian's xbase64 that
+# writes NDX indexes over our tables (tests/xbase64/ndx_writer.cpp). It is
+# built 32-bit in every flavour (xbase64's 64-bit build writes broken trees)
+# against the i386 library, outside the flavour's flags, and the NDX suite
+# runs it, under qemu-i386 where 32-bit programs do not run natively.
+set(XB_NDX_WRITER "")
+set(XB_XBASE64_I386 /usr/lib/i386-linux-gnu/libxbase64.so.1)
+if(EXISTS /usr/include/xbase64/xbase64.h AND EXISTS ${XB_XBASE64_I386})
+  set(XB_NDX_WRITER ${CMAKE_BINARY_DIR}/ndx_writer)
+  add_custom_command(OUTPUT ${XB_NDX_WRITER}
+    COMMAND ${CMAKE_CXX_COMPILER} -m32 -O1 -w -o ${XB_NDX_WRITER}
+            ${CMAKE_SOURCE_DIR}/tests/xbase64/ndx_writer.cpp ${XB_XBASE64_I386}
+    DEPENDS ${CMAKE_SOURCE_DIR}/tests/xbase64/ndx_writer.cpp)
+  add_custom_target(ndx_writer ALL DEPENDS ${XB_NDX_WRITER})
+  add_dependencies(test_ndx_xbase64 ndx_writer)
+endif()
+target_compile_definitions(test_ndx_xbase64 PRIVATE XB_NDX_WRITER="${XB_NDX_WRITER}")

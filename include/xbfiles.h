@@ -1375,6 +1375,156 @@ DBAPI int DBfpWriteKeys(int tag, char *items, int32_t count);
 DBAPI int DBfpCheckTag(int tag, DBINDEXCHECK *check, int strict);
 DBAPI int DBfbCheckIndex(int handle, DBINDEXCHECK *check, int strict);
 
+/* ------------------------------------------------------------------------
+ * NDX indexes (dBASE III): single-key B+-trees of 512-byte blocks. Every
+ * entry is in a leaf; an interior key is the greatest key of its child's
+ * subtree. Character keys (key type 0) compare as unsigned bytes; numeric
+ * and date keys (key type 1) are 8-byte little-endian doubles compared as
+ * numbers, a date as its Julian day number (2451545 = 1 January 2000, an
+ * empty date 0). Locks: the same bytes as NTX, the write lock on byte
+ * 1,000,000,000 (exclusive) and the read lock on byte 2,147,483,647
+ * (shared), both length 1.
+ *
+ * The operations mirror the NTX ones (DBcl...), with the same modes and
+ * statuses, except where said. Keys of a numeric index travel as their 8
+ * bytes (which may hold NULs: never take their length with strlen) and are
+ * always compared whole; character keys as NUL-terminated text.
+ *
+ * Deleting keys: a node left without keys is unlinked from the tree; nodes
+ * are not merged. NDX has no free list, so the blocks of unlinked nodes are
+ * reused by later splits while the index stays open; those still unused at
+ * close remain in the file, unreachable, until the index is built again.
+ * ------------------------------------------------------------------------ */
+
+/* How an NDX index is open (DBd3GetIndexInfo). */
+typedef struct DBD3INDEXINFO {
+    char fname[512];  /* the name it was opened with */
+    int keylen;       /* key length (8 for numeric and date keys) */
+    int keytype;      /* 'C' character keys, 'N' numeric or date keys */
+    int itemlen;      /* bytes per item: key length + 8, rounded up to 4 */
+    int maxkeys;      /* keys per node, as the header says */
+    int unique;       /* 1 for a unique index */
+    int32_t root;     /* block number of the root node */
+    int32_t blocks;   /* blocks in the file, as the header says */
+    int exprlen;      /* length of the key expression */
+    char expr[488];   /* the expression, NUL-terminated */
+    int lockt;        /* 4 while this process holds the index lock */
+    DBOPENFLAGS flags;
+} DBD3INDEXINFO;
+
+/* Open an NDX index; *handle receives its handle (-1 on failure). mode as
+ * for DBclOpenIndex (access code 0, 5 or 6, else -218; DBO_READONLY,
+ * DBO_FLUSH, DBO_SHARED, DBO_AUTOLOCK, DBO_UNBUFFERED). The header is
+ * checked in this order: key length 1..244 (-223), key type 0 or 1, and 8
+ * bytes for type 1 (-222), item length = key length + 8 rounded up to a
+ * multiple of 4 (-224), root a block inside the file (-225), keys per node
+ * 2 .. (512 - 8) / item length (-226), a terminated, non-empty expression
+ * (-207). 207 when the file length is not a multiple of 512 (the index is
+ * open). -221 NULL argument, -214 a name of 512 characters or more, the
+ * file layer's open errors. A shared index keeps its current key by value
+ * and forgets its cached nodes whenever another process may have changed
+ * them (the header has no change counter). */
+DBAPI int DBd3OpenIndex(short *handle, char *filename, int mode);
+/* Write what is pending, release the lock, close and free the handle. A
+ * failure keeps the handle open. */
+DBAPI int DBd3CloseIndex(int handle);
+/* Write an empty NDX file (header and an empty root leaf) and close it.
+ * keytype: 'C' (keylen 1..100), 'N' (decimals 0..15, else -230; keylen is
+ * ignored: the key is an 8-byte double), 'D' (Julian day number, 8 bytes);
+ * lower case accepted; | 0x80 for a unique index. Blanks are removed from
+ * expr, which is stored upper-cased (1..255 characters, else -207). Maximum
+ * keys per node = (512 - 8) / item length. -221 NULL, -222 key type, -223
+ * key length, -214 name too long, file-layer errors. */
+DBAPI int DBd3CreateIndex(char *filename, int keytype, char *expr, int keylen, int decimals);
+/* Create the index as DBd3CreateIndex does and fill it with the key of
+ * every record of the open table (deleted records included), sorted in
+ * memory (beyond the sort budget, in runs through a temporary "STKS<n>.TMP"
+ * beside the index) and written as full nodes, the last two of each level
+ * evened out so that every node but the root is at least half full. Equal
+ * keys come in ascending record order; a unique index keeps the first
+ * record of each key. On failure the index file is removed. */
+DBAPI int DBd3BuildIndex(int table, char *filename, int keytype, char *expr, int keylen, int decimals);
+/* Add key for record recno (character keys cut or blank-padded to the key
+ * length). 211 when the entry is there already (a unique index: the key;
+ * otherwise the key with this record), -236 read-only. Equal keys of a
+ * non-unique index are kept in the order they were added. The current
+ * position is lost. */
+DBAPI int DBd3AddKey(int handle, char *key, int32_t recno);
+/* Remove key for record recno (a unique index: the key, whatever its
+ * record). 204 when there is no such entry, 202 when the index is empty,
+ * -236 read-only. The current position is lost. */
+DBAPI int DBd3DeleteKey(int handle, char *key, int32_t recno);
+/* Search, with the modes and results of DBclKeySearch: 1 (and any other)
+ * the first key equal over the text's length (a shorter character key is a
+ * prefix search; numeric keys are whole); 2 that key with record *recno;
+ * 11 the last key below; 12 the key or the one before it; 13 as 1, never
+ * 203; 14 the key or the first above; 15 the first key above. key holds the
+ * key reached on return (key length + 1 bytes). */
+DBAPI int DBd3KeySearch(int handle, char *key, int32_t *recno, int mode);
+/* Move to the first, last, next or previous key, or report the current one
+ * (204 when there is none); next and previous without a position go to the
+ * first and last key; 203 when a move runs off an end. */
+DBAPI int DBd3GoFirstKey(int handle, char *key, int32_t *recno);
+DBAPI int DBd3GoLastKey(int handle, char *key, int32_t *recno);
+DBAPI int DBd3GoNextKey(int handle, char *key, int32_t *recno);
+DBAPI int DBd3GoPreviousKey(int handle, char *key, int32_t *recno);
+DBAPI int DBd3GetCurrentKey(int handle, char *key, int32_t *recno);
+/* The key of the table's current record by the index's expression, in a
+ * block *key of key length + 1 bytes the caller frees with DBFreeMemory
+ * (NULL on failure). A character index takes text (cut or blank-padded)
+ * and dates as "yyyymmdd" (eight blanks when empty); a numeric index takes
+ * numbers as their double and dates as their Julian day number. The
+ * evaluator hands dates over in the default date style: initialise with a
+ * four-digit style when dates before 2000 matter. -207 for a result the
+ * index's key type cannot hold. */
+DBAPI int DBd3MakeKey(int table, int handle, char **key);
+/* A number as the key of a numeric index: 8 bytes (little-endian double, -0
+ * as 0) and a NUL. -222 for a character index. */
+DBAPI int DBd3DoubleToKey(int handle, char *key, double v);
+/* The value of an 8-byte numeric key. */
+DBAPI int DBd3KeyToDouble(double *v, char *key);
+/* A date in style `style` to its key: the Julian day number as 8 bytes and
+ * a NUL (an empty date gives 0). The date layer's -212 and -215. */
+DBAPI int DBd3DateToKey(char *key, char *date, int style);
+/* A date key to a date in style `style`; key 0 (an empty date) gives "".
+ * -215 for a key that is no whole day of the years 1..9999. */
+DBAPI int DBd3KeyToDate(char *date, int style, char *key);
+/* Where key (with record recno when it is not 0) lies in the index, and
+ * the leaf key at a percentage (0..100, clamped), as for NTX. */
+DBAPI int DBd3GetKeyPercent(int handle, int *percent, char *key, int32_t recno);
+DBAPI int DBd3GetKeyAtPercent(int handle, int percent, char *key, int32_t *recno);
+/* Index locks, on a shared index only (0 and nothing done otherwise): the
+ * write lock (DBd3LockIndex) is exclusive on byte 1,000,000,000, the read
+ * lock (DBd3RLockIndex) shared on byte 2,147,483,647, length 1, the bytes
+ * NTX uses. Either rereads the header after it is taken and does nothing
+ * when a lock is held already. DBd3UnLockIndex releases the write byte
+ * only: a read lock stays until the file is closed. */
+DBAPI int DBd3LockIndex(int handle);
+DBAPI int DBd3RLockIndex(int handle);
+DBAPI int DBd3UnLockIndex(int handle);
+/* Write dirty nodes and the header's root and block count. 208 on a
+ * write-through index, -236 read-only. */
+DBAPI int DBd3FlushIndex(int handle);
+/* Reread the root, block count and file length of a shared index (its
+ * cached nodes are forgotten unless it has changes of its own not yet
+ * written); nothing for an exclusive one. */
+DBAPI int DBd3GetIndexHeader(int handle);
+DBAPI int DBd3GetIndexInfo(int handle, DBD3INDEXINFO *info);
+/* The key expression with its NUL (up to 488 bytes). */
+DBAPI int DBd3GetIndexKeyExpr(int handle, char *expr);
+/* Node buffers, as DBclGetSetCacheSize: op 1 gets, op 0 sets (above 2). */
+DBAPI int DBd3GetSetCacheSize(int handle, short *size, int op);
+/* Check the whole tree: every node reached once and sound (a count that
+ * fits the block, leaves without children and with record numbers,
+ * interior nodes without child 0), leaves at one depth, nodes below the
+ * root not empty, keys in order (and distinct in a unique index), and each
+ * interior key not below its child's keys nor above the next child's
+ * first. strict also asks each interior key to be exactly the greatest key
+ * of its child, as dBASE keeps them and so do we, and no node to hold more
+ * keys than the header allows. The blocks held for reuse must lie outside
+ * the tree. 0 when sound, -206 with the problem in check->msg. */
+DBAPI int DBd3CheckIndex(int handle, DBINDEXCHECK *check, int strict);
+
 #ifdef __cplusplus
 }
 #endif

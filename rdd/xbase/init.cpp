@@ -5,6 +5,7 @@
 #include "core.h"
 #include "dbf.h"
 #include "memo.h"
+#include "ndx.h"
 #include "ntx.h"
 #include "os.h"
 
@@ -44,11 +45,12 @@ DBDBTPKT *DBxbm = nullptr;
 static_assert(sizeof(XB_VERSION_NUMBER " (" XB_BUILD_DATE ")") == 16,
               "version text is 15 characters and a NUL");
 
-// Packet sizes by type. The families without a packet of their own yet
-// (2, 5) get a bare header.
+// Packet sizes by type. MDX (5), which this library does not read, gets a
+// bare header.
 size_t _DBPacketSize(int type) {
     switch (type) {
     case DBPT_DBF: return sizeof(DBDATAPKT);
+    case DBPT_NDX: return sizeof(DBNDXPKT);
     case DBPT_DBT: return sizeof(DBDBTPKT);
     case DBPT_FPT: return sizeof(DBFPTPKT);
     case DBPT_NTX: return sizeof(DBNTXPKT);

@@ -1,0 +1,196 @@
+// nkfind.cpp - finding keys in an NDX index: the descent every search mode
+// shares, the modes' treatment of its result, and the bookkeeping each
+// public positioning call does before and after its move.
+//
+// An interior key is the greatest key of its child's subtree, so the first
+// key not below the search key lies under the first interior key not below
+// it (or under the last child). The descent goes there and the leaf walk
+// does the rest: it also copes with other writers' interior keys that are
+// greater than they need be.
+#include "ndx.h"
+
+namespace {
+constexpr DBSite here{"rdd/xbase/nkfind"};
+
+int _step(bool forward) {
+    DBNDXPKT *x = DBd3i;
+    DBNDXTREE tr;
+    const int rc = _DBPathStep(tr, x->t, x->td, x->tl, _DBd3Offset(static_cast<uint32_t>(x->h.r)), forward);
+    return rc < 0 ? here.fail(rc, __LINE__) : rc;
+}
+
+int _push(int32_t page, char **pg, int at_root) {
+    DBNDXPKT *x = DBd3i;
+    DBNDXTREE tr;
+    const int rc = _DBPathPush(tr, x->t, x->td, x->tl, page, pg, at_root);
+    return rc < 0 ? here.fail(rc, __LINE__) : rc;
+}
+
+// The entry at the position, or a failure.
+int _here(char *key, int32_t *recno) { return _DBd3CurrentEntry(key, recno) != 0 ? DBerrno : 0; }
+}  // namespace
+
+int64_t _DBd3WalkLimit() {
+    const DBNDXPKT *x = DBd3i;
+    return static_cast<int64_t>(x->fs / DBNDXBLOCK + 1) * (x->h.m + 1);
+}
+
+void _DBd3StoredKey(const char *key, char *out) {
+    const DBNDXHDR &h = DBd3i->h;
+    if (h.type == 1) {
+        // Numbers travel as their 8 bytes, NULs and all.
+        _DBd3PutDouble(out, _DBd3GetDouble(key));
+    } else {
+        const size_t n = strnlen(key, h.k);
+        std::memcpy(out, key, n);
+        std::memset(out + n, ' ', h.k - n);
+    }
+    out[h.k] = '\0';
+}
+
+int _DBd3CurrentEntry(char *key, int32_t *recno) {
+    DBNDXPKT *x = DBd3i;
+    if (x->tl < 0) return _DBStatus(DBW_NOMOREKEYS);
+    char *pg = nullptr;
+    if (_DBd3ReadPage(x->t[x->tl].current_page_number, &pg) != 0) return DBerrno;
+    const int i = x->t[x->tl].i;
+    if (!_DBd3Leaf(pg, x->h.il) || i < 0 || i >= _DBd3Count(pg)) return here.fail(DBE_CORRUPT, __LINE__);
+    std::memcpy(key, _DBd3Key(pg, i, x->h.il), x->h.k);
+    key[x->h.k] = '\0';
+    *recno = _DBd3Recno(pg, i, x->h.il);
+    return _DBStatus(0);
+}
+
+int _DBd3Find(const char *sk, size_t len, int mode, int32_t target, char *key, int32_t *recno) {
+    DBNDXPKT *x = DBd3i;
+    const DBNDXHDR &h = x->h;
+    x->tl = -1;
+    char *pg = nullptr;
+    if (_push(_DBd3Offset(static_cast<uint32_t>(h.r)), &pg, 1) != 0) return DBerrno;
+    if (_DBd3Leaf(pg, h.il) && _DBd3Count(pg) == 0) {
+        x->tl = -1;
+        return _DBStatus(DBW_EMPTY);
+    }
+    // Down to the first key not below the search key.
+    bool past = false;
+    for (;;) {
+        const int n = _DBd3Count(pg);
+        int i = 0;
+        while (i < n && _DBd3Compare(h, sk, _DBd3Key(pg, i, h.il), len) > 0) i++;
+        x->t[x->tl].i = static_cast<int16_t>(i);
+        if (_DBd3Leaf(pg, h.il)) {
+            if (i == n) {
+                // Every key of this leaf is below: the answer is further on.
+                x->t[x->tl].i = static_cast<int16_t>(n - 1);
+                past = true;
+            }
+            break;
+        }
+        if (_push(_DBd3Offset(static_cast<uint32_t>(_DBd3ChildBlock(pg, i, h.il))), &pg, 0) != 0) return DBerrno;
+    }
+    char cur[DBNDXBLOCK];
+    int32_t rec = 0;
+    for (int64_t left = _DBd3WalkLimit(); left > 0; left--) {
+        if (past) {
+            const int rc = _step(true);
+            if (rc < 0) return rc;
+            if (rc == DBW_NOMOREKEYS) {
+                // Above every key (or every key equal to it, for mode 2):
+                // the position stays on the last key.
+                if (_here(key, recno) != 0) return DBerrno;
+                return _DBStatus(DBW_KEYNOTFOUND);
+            }
+        }
+        past = true;
+        if (_here(cur, &rec) != 0) return DBerrno;
+        const int c = _DBd3Compare(h, sk, cur, len);
+        if (c > 0) continue;  // a loose interior key sent us low
+        if (c == 0 && (mode != 2 || rec == target)) {
+            std::memcpy(key, cur, static_cast<size_t>(h.k) + 1);
+            *recno = rec;
+            return _DBStatus(0);
+        }
+        if (c == 0) continue;  // the same key for another record
+        // Past the search key: the answer is the entry before.
+        const int rc = _step(false);
+        if (rc < 0) return rc;
+        if (_here(key, recno) != 0) return DBerrno;
+        return _DBStatus(rc == DBW_NOMOREKEYS ? DBW_NOMOREKEYS : DBW_KEYNOTFOUND);
+    }
+    return here.fail(DBE_CORRUPT, __LINE__);
+}
+
+int _DBd3KeySearch(char *key, int32_t *recno, int mode) {
+    const DBNDXHDR &h = DBd3i->h;
+    char sk[DBNDXBLOCK];
+    _DBd3StoredKey(key, sk);
+    // A shorter character key is compared over its own length only: a
+    // prefix search. Numbers are always whole.
+    const size_t len = h.type == 1 || mode == 2 ? h.k : strnlen(key, h.k);
+    return _DBd3Find(sk, len, mode, *recno, key, recno);
+}
+
+int _DBd3Settle(int rc, const char *key, int32_t recno) {
+    DBNDXPKT *x = DBd3i;
+    if (x->ck.k) {
+        // A shared index may forget its pages before the next call: keep
+        // the place by its key.
+        if (rc >= 0 && x->tl >= 0 && key) {
+            std::memcpy(x->ck.k, key, x->h.k);
+            x->ck.k[x->h.k] = '\0';
+            x->ck.r = recno;
+        } else if (rc != DBW_NOMOREKEYS) {
+            x->ck.r = 0;
+        }
+    }
+    _DBd3ClearPageBuffer();
+    return _DBStatus(rc);
+}
+
+extern "C" DBAPI int DBd3KeySearch(int handle, char *key, int32_t *recno, int mode) {
+    if (_DBd3LockIndexStruc(handle) != 0) return DBerrno;
+    if (!key || !recno) return here.fail(DBE_NULLPARAM, __LINE__);
+    if (_DBd3Refresh() != 0) return DBerrno;
+    DBNDXPKT *x = DBd3i;
+    const int inner = mode == 2 ? 2 : (mode >= 11 && mode <= 15) ? 1 : mode;
+    int rc = _DBd3KeySearch(key, recno, inner);
+    if (rc < 0 || rc == DBW_EMPTY) return _DBd3Settle(rc, key, *recno);
+    auto next = [&](bool forward) {
+        const int s = _step(forward);
+        if (s >= 0 && _DBd3CurrentEntry(key, recno) != 0) return DBerrno;
+        return s;
+    };
+    switch (mode) {
+    case 11:
+        if (rc == 0) rc = next(false);
+        rc = rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+        break;
+    case 12:
+        rc = rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+        break;
+    case 13:
+        if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
+        break;
+    case 14:
+    case 15:
+        if (rc == 0 && mode == 15) {
+            // Past every key equal to the one found.
+            std::memcpy(DBkeybfr1, key, static_cast<size_t>(x->h.k));
+            int64_t left = _DBd3WalkLimit();
+            do {
+                rc = next(true);
+            } while (rc == 0 && _DBd3Compare(x->h, key, DBkeybfr1, x->h.k) == 0 && --left > 0);
+            if (left <= 0) rc = here.fail(DBE_CORRUPT, __LINE__);
+            if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
+        } else if (rc == DBW_NOMOREKEYS) {
+            rc = 0;  // below every key: the first key is the first above
+        } else if (rc == DBW_KEYNOTFOUND) {
+            rc = next(true);
+            if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
+        }
+        break;
+    default:
+        break;
+    }
+    return _DBd3Settle(rc, key, *recno);
+}

@@ -1,0 +1,338 @@
+// NDX files we write, against the layout drawn in ndx.h, read here by a
+// reader of the test's own: the header of a new file byte by byte; bulk
+// builds over a table (character, numeric and date keys, unique and not)
+// node by node; trees changed by adds and deletes node by node; the sort's
+// spill path; the key conversions.
+#include "ndx_util.h"
+
+#include "btree.h"
+
+using idx::cs;
+using idx::KeyLine;
+using ndxt::walk;
+
+namespace {
+
+// An independent reading of an NDX file by the documented layout. Fails the
+// test at the first byte that disagrees; returns the leaf entries in order.
+struct Layout {
+    std::vector<uint8_t> b;
+    int k = 0, m = 0, type = 0, il = 0;
+    int leafDepth = -1;
+    long nodes = 0, minFill = 1 << 30;
+    uint32_t le32(size_t at) const { return b[at] | b[at + 1] << 8 | b[at + 2] << 16 | static_cast<uint32_t>(b[at + 3]) << 24; }
+    int le16(size_t at) const { return b[at] | b[at + 1] << 8; }
+    int cmp(const std::string &x, const std::string &y) const {
+        if (type == 0) return x.compare(y);
+        const double a = ndxt::val(x), c = ndxt::val(y);
+        return a < c ? -1 : a > c;
+    }
+    // Greatest key of the subtree at block, after checking it.
+    std::string node(uint32_t block, int depth, bool root, std::vector<KeyLine> &out) {
+        EXPECT_GT(block, 0u);
+        EXPECT_LT(static_cast<size_t>(block) * 512 + 512, b.size() + 1);
+        if (block == 0 || static_cast<size_t>(block) * 512 + 512 > b.size() || depth > 40) return {};
+        const size_t at = static_cast<size_t>(block) * 512;
+        const uint32_t n = le32(at);
+        const bool leaf = le32(at + 4) == 0;
+        nodes++;
+        if (!root) minFill = std::min<long>(minFill, leaf ? n : n + 1);
+        EXPECT_LE(n, static_cast<uint32_t>(m)) << "block " << block;
+        size_t used = 4 + n * il + (leaf ? 0 : 4);
+        for (size_t i = used; i < 512; i++) EXPECT_EQ(b[at + i], 0) << "block " << block << " unused byte " << i;
+        std::string top;
+        for (uint32_t i = 0; i < n + (leaf ? 0 : 1); i++) {
+            const size_t it = at + 4 + i * il;
+            const std::string key(reinterpret_cast<const char *>(&b[it + 8]), static_cast<size_t>(k));
+            if (i < n)
+                for (int p = 8 + k; p < il; p++) EXPECT_EQ(b[it + static_cast<size_t>(p)], 0) << "block " << block << " item " << i << " pad";
+            if (leaf) {
+                EXPECT_EQ(le32(it), 0u) << "block " << block;
+                out.push_back({static_cast<int32_t>(le32(it + 4)), key});
+                top = key;
+                continue;
+            }
+            EXPECT_NE(le32(it), 0u) << "block " << block << " child " << i;
+            if (i < n) EXPECT_EQ(le32(it + 4), 0u) << "block " << block << " record of interior item " << i;
+            const std::string sub = node(le32(it), depth + 1, false, out);
+            // The interior key is the greatest key of its child's subtree.
+            if (i < n) EXPECT_EQ(sub, key) << "block " << block << " interior key " << i;
+            top = sub;
+        }
+        if (leaf) {
+            if (leafDepth < 0) leafDepth = depth;
+            EXPECT_EQ(depth, leafDepth) << "block " << block;
+        }
+        return top;
+    }
+    std::vector<KeyLine> read(const std::string &f) {
+        b = xbt::readFile(f);
+        std::vector<KeyLine> out;
+        EXPECT_GE(b.size(), 1024u);
+        if (b.size() < 1024) return out;
+        k = le16(12), m = le16(14), type = le16(16), il = le16(18);
+        EXPECT_EQ(il, (k + 8 + 3) / 4 * 4);
+        EXPECT_EQ(m, (512 - 8) / il);
+        EXPECT_EQ(static_cast<size_t>(le32(4)) * 512, b.size()) << "block count";
+        for (size_t i : {8, 9, 10, 11, 20, 21, 22}) EXPECT_EQ(b[i], 0) << "header byte " << i;
+        const size_t elen = std::strlen(reinterpret_cast<const char *>(&b[24]));
+        for (size_t i = 24 + elen; i < 512; i++) EXPECT_EQ(b[i], 0) << "header byte " << i;
+        node(le32(0), 0, true, out);
+        for (size_t i = 1; i < out.size(); i++) EXPECT_LE(cmp(out[i - 1].key, out[i].key), 0) << "entry " << i;
+        return out;
+    }
+};
+
+class NdxBuild : public xbt::LibTest {
+protected:
+    void SetUp() override {
+        LibTest::SetUp();
+        ASSERT_EQ(DBSetDefaultDateStyle(2), 0);
+        table_ = path("t.dbf");
+        DBFIELD f[3] = {{"NAME", 'C', 20, 0}, {"AMOUNT", 'N', 10, 2}, {"HIRED", 'D', 8, 0}};
+        ASSERT_EQ(DBCreateFile(cs(table_.c_str()), 3, f, 1), 0);
+        ASSERT_EQ(DBOpenFile(&t_, cs(table_.c_str()), 1), 0);
+        char *buf = nullptr;
+        ASSERT_EQ(DBSetBufferAddress(t_, &buf), 0);
+        for (int i = 1; i <= kRows; i++) {
+            char line[64], name[24], hired[12];
+            std::snprintf(name, sizeof name, "%-20s", ("N" + std::to_string((i * 7919) % 3001)).c_str());
+            if (i % 50 == 0) std::strcpy(hired, "        ");
+            else std::snprintf(hired, sizeof hired, "%04d%02d%02d", 1900 + i % 150, 1 + i % 12, 1 + i % 28);
+            std::snprintf(line, sizeof line, " %s%10.2f%s", name, ((i * 13) % 1001 - 500) / 4.0, hired);
+            std::memcpy(buf, line, 39);
+            int32_t rec = 0;
+            ASSERT_EQ(DBPutRecord(t_, &rec, DB_APPEND), 0);
+            rows_.push_back({name, ((i * 13) % 1001 - 500) / 4.0, hired});
+        }
+    }
+    void TearDown() override {
+        DBsort_budget = static_cast<size_t>(64) << 20;
+        LibTest::TearDown();
+    }
+    struct Row {
+        std::string name;
+        double amount;
+        std::string hired;
+    };
+    // What an index over the table holds, by key then record.
+    std::vector<KeyLine> expected(char kind, bool unique) {
+        std::vector<std::pair<std::string, KeyLine>> e;  // (order bytes, entry)
+        for (size_t i = 0; i < rows_.size(); i++) {
+            const Row &r = rows_[i];
+            double v = r.amount;
+            if (kind == 'D') {
+                v = 0;
+                if (r.hired[0] != ' ')
+                    v = ndxt::julian(std::atoi(r.hired.substr(0, 4).c_str()), std::atoi(r.hired.substr(4, 2).c_str()),
+                                     std::atoi(r.hired.substr(6, 2).c_str()));
+            }
+            const std::string key = kind == 'C' ? r.name : ndxt::dbl(v);
+            e.push_back({kind == 'C' ? key : ndxt::ordered(v), {static_cast<int32_t>(i + 1), key}});
+        }
+        std::stable_sort(e.begin(), e.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+        std::vector<KeyLine> out;
+        for (size_t i = 0; i < e.size(); i++)
+            if (!unique || i == 0 || e[i].first != e[i - 1].first) out.push_back(e[i].second);
+        return out;
+    }
+    static constexpr int kRows = 5000;
+    std::string table_;
+    int t_ = -1;
+    std::vector<Row> rows_;
+};
+
+// A new file: the header's every byte, and an empty root leaf.
+TEST_F(NdxBuild, NewFileByteByByte) {
+    struct Case { int type; int len; const char *expr, *stored; int k, t, il, u; } cases[] = {
+        {'C', 20, "name + city", "NAME+CITY", 20, 0, 28, 0},
+        {'c' | 0x80, 1, "code", "CODE", 1, 0, 12, 1},
+        {'C', 10, "X", "X", 10, 0, 20, 0},
+        {'C', 100, "UPPER(NAME)", "UPPER(NAME)", 100, 0, 108, 0},
+        {'N', 19, "AMOUNT", "AMOUNT", 8, 1, 16, 0},
+        {'D' | 0x80, 3, "hired", "HIRED", 8, 1, 16, 1},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.expr);
+        const std::string f = path("new.ndx");
+        ASSERT_EQ(DBd3CreateIndex(cs(f.c_str()), c.type, cs(c.expr), c.len, 2), 0);
+        std::vector<uint8_t> want(1024, 0);
+        want[0] = 1, want[4] = 2;
+        want[12] = static_cast<uint8_t>(c.k);
+        want[14] = static_cast<uint8_t>(504 / c.il);
+        want[16] = static_cast<uint8_t>(c.t);
+        want[18] = static_cast<uint8_t>(c.il);
+        want[23] = static_cast<uint8_t>(c.u);
+        std::memcpy(&want[24], c.stored, std::strlen(c.stored));
+        EXPECT_EQ(xbt::readFile(f), want);
+        short h = -1;
+        ASSERT_EQ(DBd3OpenIndex(&h, cs(f.c_str()), 0), 0);
+        DBD3INDEXINFO info;
+        ASSERT_EQ(DBd3GetIndexInfo(h, &info), 0);
+        EXPECT_EQ(info.keylen, c.k);
+        EXPECT_EQ(info.keytype, c.t ? 'N' : 'C');
+        EXPECT_EQ(info.maxkeys, 504 / c.il);
+        EXPECT_EQ(info.unique, c.u);
+        EXPECT_STREQ(info.expr, c.stored);
+        char expr[512];
+        ASSERT_EQ(DBd3GetIndexKeyExpr(h, expr), 0);
+        EXPECT_STREQ(expr, c.stored);
+        ASSERT_EQ(DBd3CloseIndex(h), 0);
+        EXPECT_EQ(xbt::readFile(f), want);  // nothing written by open and close
+    }
+    // What create refuses.
+    struct Bad { int type, len, dec; const char *expr; int rc; } bad[] = {
+        {'C', 0, 0, "A", DBE_KEYLEN}, {'C', 101, 0, "A", DBE_KEYLEN}, {'X', 10, 0, "A", DBE_KEYTYPE},
+        {'N', 8, 16, "A", DBE_DECIMALS}, {'N', 8, -1, "A", DBE_DECIMALS}, {'C', 10, 0, "   ", DBE_BADEXPR},
+        {'C', 10, 0, nullptr, DBE_BADEXPR}};
+    const std::string longExpr(256, 'A');
+    for (const Bad &c : bad) {
+        const std::string f = path("bad.ndx");
+        EXPECT_EQ(DBd3CreateIndex(cs(f.c_str()), c.type, cs(c.expr ? c.expr : longExpr.c_str()), c.len, c.dec), c.rc) << c.type << " " << c.len;
+        EXPECT_FALSE(xbt::fileExists(f));
+    }
+}
+
+// Builds over the table: the entries the table gives, in key order and for
+// equal keys by record; every node by the layout; nodes but the root at
+// least half full; our key maker agrees with every stored key.
+TEST_F(NdxBuild, BuildsAgainstTheTableAndTheLayout) {
+    struct Case { const char *name; int type; int len; const char *expr; char kind; bool unique; } cases[] = {
+        {"name", 'C', 20, "NAME", 'C', false}, {"uname", 'C' | 0x80, 20, "NAME", 'C', true},
+        {"amount", 'N', 10, "AMOUNT", 'N', false}, {"uamount", 'N' | 0x80, 10, "AMOUNT", 'N', true},
+        {"hired", 'D', 8, "HIRED", 'D', false}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string f = path(std::string(c.name) + ".ndx");
+        ASSERT_EQ(DBd3BuildIndex(t_, cs(f.c_str()), c.type, cs(c.expr), c.len, 2), 0);
+        const std::vector<KeyLine> want = expected(c.kind, c.unique);
+        Layout lay;
+        EXPECT_TRUE(ndxt::same(lay.read(f), want));
+        EXPECT_GE(lay.minFill, (lay.m + 1) / 2);
+        short h = -1;
+        ASSERT_EQ(DBd3OpenIndex(&h, cs(f.c_str()), 0), 0);
+        EXPECT_TRUE(ndxt::same(walk(h, lay.k), want));
+        DBINDEXCHECK chk;
+        EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
+        EXPECT_EQ(chk.keys, static_cast<int32_t>(want.size()));
+        for (size_t i = 0; i < want.size(); i += 37) {
+            ASSERT_GE(DBGetRecord(t_, want[i].rec), 0);
+            char *k = nullptr;
+            ASSERT_EQ(DBd3MakeKey(t_, h, &k), 0);
+            EXPECT_EQ(std::string(k, static_cast<size_t>(lay.k)), want[i].key) << i;
+            DBFreeMemory(k, "test", 0);
+        }
+        ASSERT_EQ(DBd3CloseIndex(h), 0);
+    }
+    // A table without records gives the empty index create wrote.
+    const std::string e = path("empty.dbf");
+    DBFIELD f[1] = {{"NAME", 'C', 20, 0}};
+    ASSERT_EQ(DBCreateFile(cs(e.c_str()), 1, f, 1), 0);
+    int eh = -1;
+    ASSERT_EQ(DBOpenFile(&eh, cs(e.c_str()), 1), 0);
+    ASSERT_EQ(DBd3BuildIndex(eh, cs(path("e.ndx").c_str()), 'C', cs("NAME"), 20, 0), 0);
+    EXPECT_EQ(xbt::fileSize(path("e.ndx")), 1024);
+}
+
+// The spill path: a sort budget far below the keys' size writes runs to a
+// temporary file beside the index and merges them into the same file, byte
+// for byte, and leaves no temporary file behind.
+TEST_F(NdxBuild, SpilledSortGivesTheSameFile) {
+    for (int type : {'C', 'N'}) {
+        const char *expr = type == 'C' ? "NAME" : "AMOUNT";
+        const std::string a = path("mem.ndx"), b = path("spill.ndx");
+        ASSERT_EQ(DBd3BuildIndex(t_, cs(a.c_str()), type, cs(expr), 20, 0), 0);
+        DBsort_budget = 4096;
+        ASSERT_EQ(DBd3BuildIndex(t_, cs(b.c_str()), type, cs(expr), 20, 0), 0);
+        DBsort_budget = static_cast<size_t>(64) << 20;
+        EXPECT_EQ(xbt::readFile(a), xbt::readFile(b)) << static_cast<char>(type);
+        EXPECT_FALSE(xbt::fileExists(path("STKS0.TMP")));
+    }
+}
+
+// A built tree changed by adds and deletes, buffered and write-through:
+// still every byte by the layout, interior keys exact, entries the model's.
+TEST_F(NdxBuild, ChangedTreesStayByTheLayout) {
+    for (int mode : {0, DBO_FLUSH}) {
+        SCOPED_TRACE(mode);
+        const std::string f = path("c.ndx");
+        ASSERT_EQ(DBd3BuildIndex(t_, cs(f.c_str()), 'C', cs("NAME"), 20, 0), 0);
+        short h = -1;
+        ASSERT_EQ(DBd3OpenIndex(&h, cs(f.c_str()), mode), 0);
+        std::vector<KeyLine> cur = expected('C', false);
+        idx::Model model(false);
+        for (const KeyLine &l : cur) model.add(l.key, l.rec);
+        idx::Rng rng(3 + static_cast<uint64_t>(mode));
+        for (int i = 0; i < 4000; i++) {
+            if (rng.below(3) == 0 || model.empty()) {
+                std::string key = "M" + std::to_string(rng.below(4000));
+                key.resize(20, ' ');
+                const int32_t rec = static_cast<int32_t>(kRows + 1 + i);
+                model.add(key, rec);
+                ASSERT_EQ(DBd3AddKey(h, cs(key.c_str()), rec), 0) << i;
+            } else {
+                const KeyLine e = model.pick(rng.next());
+                model.del(e.key, e.rec);
+                ASSERT_EQ(DBd3DeleteKey(h, cs(e.key.c_str()), e.rec), 0) << i;
+            }
+        }
+        ASSERT_EQ(DBd3CloseIndex(h), 0);
+        Layout lay;
+        EXPECT_TRUE(ndxt::same(lay.read(f), model.entries()));
+    }
+}
+
+// The key forms: numbers as little-endian doubles, dates as Julian days.
+TEST_F(NdxBuild, KeyConversions) {
+    const std::string f = path("n.ndx");
+    ASSERT_EQ(DBd3CreateIndex(cs(f.c_str()), 'N', cs("AMOUNT"), 8, 0), 0);
+    short h = -1;
+    ASSERT_EQ(DBd3OpenIndex(&h, cs(f.c_str()), 0), 0);
+    char key[16];
+    for (double v : {0.0, -0.0, 1.5, -1.5, 1e300, -2.25e-10}) {
+        ASSERT_EQ(DBd3DoubleToKey(h, key, v), 0);
+        EXPECT_EQ(std::string(key, 8), ndxt::dbl(v == 0 ? 0.0 : v)) << v;  // -0 is stored as 0
+        EXPECT_EQ(key[8], '\0');
+        double back = 1;
+        ASSERT_EQ(DBd3KeyToDouble(&back, key), 0);
+        EXPECT_EQ(back, v);
+    }
+    struct D { const char *date; int style; int32_t day; } dates[] = {
+        {"01/01/2000", 2, 2451545}, {"20000101", 4, 2451545}, {"31.12.1999", 7, 2451544},
+        {"01/01/0001", 2, 1721426}, {"12/31/9999", 2, 5373484}, {"02/29/2024", 2, 2460370},
+        {"03/01/1900", 2, 2415080}, {"  /  /    ", 2, 0}};
+    for (const D &d : dates) {
+        ASSERT_EQ(DBd3DateToKey(key, cs(d.date), d.style), 0) << d.date;
+        EXPECT_EQ(ndxt::val(std::string(key, 8)), d.day) << d.date;
+        char back[32] = "x";
+        ASSERT_EQ(DBd3KeyToDate(back, d.style, key), 0) << d.date;
+        EXPECT_STREQ(back, d.day ? d.date : "") << d.date;
+    }
+    EXPECT_EQ(DBd3DateToKey(key, cs("02/30/2024"), 2), DBE_BADDATE);
+    EXPECT_EQ(DBd3DateToKey(key, cs("01/01/2000"), 16), DBE_BADCOMMAND);
+    char back[32];
+    for (double v : {0.5, -3.0, 1721425.0, 5373485.0}) {
+        ASSERT_EQ(DBd3DoubleToKey(h, key, v), 0);
+        EXPECT_EQ(DBd3KeyToDate(back, 2, key), DBE_BADDATE) << v;
+    }
+    ASSERT_EQ(DBd3CloseIndex(h), 0);
+    // A character index has no numeric key form.
+    ASSERT_EQ(DBd3CreateIndex(cs(f.c_str()), 'C', cs("NAME"), 10, 0), 0);
+    ASSERT_EQ(DBd3OpenIndex(&h, cs(f.c_str()), 0), 0);
+    EXPECT_EQ(DBd3DoubleToKey(h, key, 1.0), DBE_KEYTYPE);
+    // And a character index over a number is no key at all.
+    const std::string g = path("g.ndx");
+    ASSERT_EQ(DBd3CreateIndex(cs(g.c_str()), 'C', cs("AMOUNT"), 10, 0), 0);
+    short gh = -1;
+    ASSERT_EQ(DBd3OpenIndex(&gh, cs(g.c_str()), 0), 0);
+    ASSERT_GE(DBGetRecord(t_, 1), 0);
+    char *made = nullptr;
+    EXPECT_EQ(DBd3MakeKey(t_, gh, &made), DBE_BADEXPR);
+    EXPECT_EQ(made, nullptr);
+    EXPECT_EQ(DBd3BuildIndex(t_, cs(path("bad.ndx").c_str()), 'N', cs("NAME"), 8, 0), DBE_BADEXPR);
+    EXPECT_FALSE(xbt::fileExists(path("bad.ndx")));
+    ASSERT_EQ(DBd3CloseIndex(gh), 0);
+    ASSERT_EQ(DBd3CloseIndex(h), 0);
+}
+
+}  // namespace
