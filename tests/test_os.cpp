@@ -101,6 +101,30 @@ TEST_F(FileLayer, OpenCreateCloseAndAccessMapErrno) {
     EXPECT_TRUE(xbt::fileExists(dir + "/f.bin"));
 }
 
+// A name must fit the 512 bytes a packet keeps of it: every open and create
+// refuses a longer one (-214) rather than work on a cut name.
+TEST_F(FileLayer, NamesThatDoNotFitAreRefusedByEveryOpenAndCreate) {
+    DBFIELD f[] = {{"A", 'C', 5, 0}};
+    const struct { const char *file; std::function<int(char *)> create, open; } kinds[] = {
+        {"t.dbf", [&](char *p) { return DBCreateFile(p, 1, f, 1); }, [](char *p) { int h; return DBOpenFile(&h, p, 1); }},
+        {"t.fpt", [](char *p) { return DBfpCreateMemo(p, 1); }, [](char *p) { int h; return DBfpOpenMemo(&h, p, 0); }},
+        {"t.dbt", [](char *p) { return DBxbCreateMemo(p, 1, 3); }, [](char *p) { int h; return DBxbOpenMemo(&h, p, 3); }},
+    };
+    for (const auto &k : kinds)
+        for (size_t len : {511u, 512u, 600u}) {
+            std::string p = tmp_.dir() + "/";  // "././..." reaches any length and names the same file
+            while (p.size() + std::strlen(k.file) < len) p += len - p.size() - std::strlen(k.file) > 1 ? "./" : "/";
+            p += k.file;
+            const int want = len < 512 ? 0 : DBE_BADFILENAME;
+            EXPECT_EQ(k.create(C(p)), want) << k.file << " " << len;
+            EXPECT_EQ(xbt::fileExists(path(k.file)), len < 512) << k.file << " " << len;
+            EXPECT_EQ(k.open(C(p)), want) << k.file << " " << len;
+            std::remove(path(k.file).c_str());
+        }
+    DBTerminate();  // every open above was refused or is closed here
+    ASSERT_EQ(DBInitialize(64, 1), 0);
+}
+
 TEST_F(FileLayer, ReadsWritesAndPositions) {
     std::string p = make("rw.bin", "0123456789");
     int fd = openRw(p);

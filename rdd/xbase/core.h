@@ -221,6 +221,11 @@ int _DBstricmp(const char *a, const char *b);
 // Overlap-safe copy; a negative count copies nothing.
 void *_DBmemmove(void *dst, const void *src, int count);
 
+// Whether a file name fits the packets' name member with its NUL. Every
+// open and create refuses longer names (-214): a name cut to fit would
+// name another file, and a pack would then rename that one.
+inline bool _DBNameFits(const char *name) { return strnlen(name, sizeof(DBPKTHDR::n)) < sizeof(DBPKTHDR::n); }
+
 // Bounded copy that always terminates (dst holds cap bytes).
 inline void _DBCopyName(char *dst, size_t cap, const char *src) {
     size_t n = std::strlen(src);

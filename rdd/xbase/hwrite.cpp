@@ -6,14 +6,22 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
+
 namespace {
 constexpr DBSite here{"rdd/xbase/hwrite"};
 long _write(int fd, const void *buf, size_t len) { return static_cast<long>(write(fd, buf, len)); }
 int _setlk(int fd, struct flock *fl) { return fcntl(fd, F_SETLK, fl); }
 unsigned _sleep(unsigned s) { return sleep(s); }
+int _rename(const char *o, const char *n) { return std::rename(o, n); }
+int _link(const char *o, const char *n) { return link(o, n); }
+int _unlink(const char *name) { return unlink(name); }
+void *_malloc(size_t size) { return std::malloc(size); }
+void *_realloc(void *p, size_t size) { return std::realloc(p, size); }
 }  // namespace
 
-DBSYSCALLS _DBsys = {_write, _setlk, _sleep};
+DBSYSCALLS _DBsys = {_write, _setlk, _sleep, _rename, _link, _unlink, _malloc, _realloc};
 
 extern "C" DBAPI int DBosWriteData(int fd, void *buf, int len, int16_t flush) {
     static constexpr DBErrMap map[] = {

@@ -193,7 +193,7 @@ extern "C" DBAPI int DBosOpenFile(int *fd, char *path, int mode, DBOMODE *m) {
         {ENOTDIR, DBE_NOPATH},  {ENFILE, DBE_NOHANDLES}, {EMFILE, DBE_NOHANDLES},
         {EROFS, DBE_READONLY}};
     if (!fd || !path || !m) return here.fail(DBE_NULLPARAM, __LINE__);
-    if (!*path) return here.fail(DBE_BADFILENAME, __LINE__);
+    if (!*path || !_DBNameFits(path)) return here.fail(DBE_BADFILENAME, __LINE__);
     m->shared = (mode & DBO_SHARED) != 0;
     m->read_only = (mode & DBO_READONLY) != 0;
     const int r = open(path, m->read_only ? O_RDONLY : O_RDWR);

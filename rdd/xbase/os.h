@@ -8,6 +8,11 @@
 int _DBosDeleteFile(char *name);
 // rename(oldname, newname): note the order, new name first.
 int _DBosRenameFile(char *newname, char *oldname);
+// Give the file oldname a second name, newname (which must not exist): a
+// hard link, or where the file system has none, a copy.
+int _DBosLinkFile(char *newname, char *oldname);
+// Read len bytes at offset off without using or moving the position.
+int _DBosReadAt(int fd, int32_t off, void *buf, int len);
 // 1 if the file exists, else 0; DBerrno is left as it was.
 int _DBIsFileThere(char *name);
 // Keep the process lock table in step: type 0 records an exclusive lock,
@@ -27,13 +32,19 @@ int _DBMapErrno(int e, const DBErrMap (&map)[N]) {
     return _DBSysErr(e);
 }
 
-// The system calls whose effects tests need to count (the size of each
-// write, each lock attempt, each retry sleep) go through this table. It
-// holds the real calls; only tests replace them, and only for a moment.
+// The system calls whose effects tests need to count or make fail (the
+// size of each write, each lock attempt, each retry sleep, each change of a
+// file's name, each allocation) go through this table. It holds the real
+// calls; only tests replace them, and only for a moment.
 struct flock;
 struct DBSYSCALLS {
     long (*write)(int fd, const void *buf, size_t len);
     int (*setlk)(int fd, struct flock *fl);
     unsigned (*sleep)(unsigned seconds);
+    int (*rename)(const char *oldname, const char *newname);
+    int (*link)(const char *oldname, const char *newname);
+    int (*unlink)(const char *name);
+    void *(*malloc)(size_t size);
+    void *(*realloc)(void *p, size_t size);
 };
 extern DBSYSCALLS _DBsys;
