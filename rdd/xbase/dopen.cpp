@@ -182,10 +182,12 @@ void _DBFreeTableBuffers(DBDATAPKT *d) {
     if (d->b.r) DBFreeMemory(d->b.r, here.id, __LINE__);
     if (d->b.p) DBFreeMemory(d->b.p, here.id, __LINE__);
     if (d->b.io) DBFreeMemory(d->b.io, here.id, __LINE__);
+    if (d->b.dm) DBFreeMemory(d->b.dm, here.id, __LINE__);
     d->f = nullptr;
     d->b.r = nullptr;
     d->b.p = nullptr;
     d->b.io = nullptr;
+    d->b.dm = nullptr;
     d->b.nr = 0;
 }
 
@@ -204,14 +206,17 @@ int _DBAllocCache() {
     DBOwned<int16_t> io;
     if (io.alloc(static_cast<size_t>(count), here.id, __LINE__) != 0) return DBerrno;
     for (int i = 0; i < count; i++) io[static_cast<size_t>(i)] = static_cast<int16_t>(i * r);
-    DBOwned<char> block;
+    DBOwned<char> block, marks;
     if (!d->ph.m.always_flush) {
         if (block.alloc(static_cast<size_t>(count) * r, here.id, __LINE__) != 0) return DBerrno;
+        if (marks.alloc(static_cast<size_t>(count), here.id, __LINE__) != 0) return DBerrno;
     }
     if (d->b.p) DBFreeMemory(d->b.p, here.id, __LINE__);
     if (d->b.io) DBFreeMemory(d->b.io, here.id, __LINE__);
+    if (d->b.dm) DBFreeMemory(d->b.dm, here.id, __LINE__);
     d->b.p = block.release();
     d->b.io = io.release();
+    d->b.dm = marks.release();
     d->b.rl = count;
     // A write-through table has no block: every record goes straight to
     // the file through the record buffer.

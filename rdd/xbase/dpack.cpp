@@ -89,6 +89,7 @@ public:
         borrowed_ = true;
         d->b.p = old->b.p;
         d->b.io = old->b.io;
+        d->b.dm = old->b.dm;
         d->b.bl = old->b.bl;
         d->b.rl = old->b.rl;
         d->b.nr = 0;
@@ -101,6 +102,7 @@ public:
         if (d) {
             d->b.p = own_.p;
             d->b.io = own_.io;
+            d->b.dm = own_.dm;
             d->b.bl = own_.bl;
             d->b.rl = own_.rl;
             d->b.nr = 0;

@@ -124,6 +124,7 @@ int _DBAppendRecord(int32_t *recno) {
             b.nr = 0;
         }
         std::memcpy(_DBCacheSlot(d, slot), b.r, d->h.r);
+        b.dm[slot] = d->ph.m.shared ? DBSLOT_CHANGED : DBSLOT_READ;
         b.nr = slot + 1;
         b.s = 0x60;
         d->u |= 0x20;
@@ -162,6 +163,7 @@ int _DBUpdateRecord(int32_t recno) {
     } else {
         if (_DBFillCache(d, recno) != 0) return DBerrno;
         std::memcpy(_DBCacheSlot(d, recno - d->b.fr), d->b.r, d->h.r);
+        if (d->ph.m.shared) d->b.dm[recno - d->b.fr] = DBSLOT_CHANGED;
         d->b.s |= 0x40;
         d->u |= 0x40;
     }
