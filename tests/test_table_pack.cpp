@@ -1,6 +1,6 @@
 // test_table_pack.cpp - DBPackFile: the packed table (through the library and python3-dbfread), backup
 // and work file names, the open mode kept, and a failed pack leaving the old table as it was.
-#include "xbtest.h"
+#include "seams.h"
 
 #include <unistd.h>
 
@@ -175,6 +175,23 @@ TEST_F(PackTest, AFailureBeforeTheRenamesLeavesTheOldTableAsItWas) {
     }
     ASSERT_EQ(DBPackFile(&h), 0);  // after all that, the pack works
     EXPECT_EQ(count(h), 525);
+}
+
+// A pack whose first flush cannot write the appends still in the cache fails and keeps them: the count and the cache
+// as they were, and the close writes them.
+TEST_F(PackTest, AFailedFirstFlushKeepsTheCachedAppends) {
+    const std::string p = path("c.dbf");
+    int h = people(p, 6, [](int) { return false; });
+    {
+        xbt::Seams seams;
+        seams.writesLeft = 0, seams.failErrno = EFBIG;  // a file-size limit
+        EXPECT_EQ(DBPackFile(&h), DBE_WRITE);
+    }
+    EXPECT_EQ(count(h), 6);
+    ASSERT_EQ(DBCloseFile(h), 0);
+    std::vector<std::string> want;
+    for (int i = 1; i <= 6; i++) want.push_back(seen(i, i));
+    EXPECT_EQ(dbfread(p), want);
 }
 
 }  // namespace

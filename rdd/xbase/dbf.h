@@ -155,6 +155,11 @@ bool _DBRecordIsLocked(int32_t recno);
 // offset can address give -204 instead of a wrapped position.
 int _DBRecordOffset(const DBDATAPKT *d, int32_t k, int32_t *off);
 
+// Where n records of table d end, in 64 bits: the offsets of these files are
+// 32-bit, so a count whose end passes 2^31 - 1 is a damaged header (-206),
+// and an append whose end mark would not fit below it is refused.
+inline int64_t _DBTableEnd(const DBDATAPKT *d, int64_t n) { return d->h.h + n * d->h.r; }
+
 // Address of cache slot i: slot offsets are i * record length (io[] holds
 // the same values; the cache is never sized beyond what io can express).
 inline char *_DBCacheSlot(const DBDATAPKT *d, int i) {

@@ -34,15 +34,16 @@ int _DBStampDate(bool fixed_year) {
 
 int _DBWriteEndMark() {
     DBDATAPKT *d = DBxbd;
-    int32_t off = 0;
-    if (_DBRecordOffset(d, d->h.n + 1, &off) != 0) return DBerrno;
+    int64_t off = _DBTableEnd(d, d->h.n);
     uint8_t marks[512];
     std::memset(marks, kEndMark, sizeof marks);
     // Style 7 tables end with a whole record of end marks.
     int left = _DBStyleOf(d) == 7 ? d->h.r : 1;
     while (left > 0) {
         const int piece = left < static_cast<int>(sizeof marks) ? left : static_cast<int>(sizeof marks);
-        if (_DBWriteAt(here, __LINE__, d->ph.dh, off, marks, piece, d->ph.flush_disk) != 0) return DBerrno;
+        if (off > INT32_MAX) return here.fail(DBE_SEEK, __LINE__);
+        if (_DBWriteAt(here, __LINE__, d->ph.dh, static_cast<int32_t>(off), marks, piece, d->ph.flush_disk) != 0)
+            return DBerrno;
         off += piece;
         left -= piece;
     }

@@ -154,9 +154,10 @@ int _open(DBDATAPKT *d, char *filename) {
 
     if ((style == 2 || style == 8) && h.mdx > 1) return here.fail(DBE_MDXFLAG, __LINE__);
     if (style == 10 && h.mdx == 2) h.mdx = 0;
-    // A negative count is no table at all: every offset computed from it
+    // A negative count is no table at all, nor one whose records would end
+    // beyond what a 32-bit offset reaches: every offset computed from it
     // would be wrong.
-    if (h.n < 0) return here.fail(DBE_CORRUPT, __LINE__);
+    if (h.n < 0 || _DBTableEnd(d, h.n) > INT32_MAX) return here.fail(DBE_CORRUPT, __LINE__);
 
     const int arealen = hl - 32;
     DBOwned<uint8_t> area;
@@ -272,7 +273,7 @@ extern "C" DBAPI int DBOpenFile(int *handle, char *filename, int mode) {
     // table stays usable.
     int32_t len = 0;
     if (DBosFileLength(d->ph.dh, &len) != 0) return _DBStatus(DBW_BADFILELEN);
-    const int64_t e = static_cast<int64_t>(d->h.h) + static_cast<int64_t>(d->h.n) * d->h.r;
+    const int64_t e = _DBTableEnd(d, d->h.n);
     if (len != e && len != e + 1 && len != e + d->h.r) return _DBStatus(DBW_BADFILELEN);
     return _DBStatus(0);
 }

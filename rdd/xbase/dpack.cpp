@@ -27,10 +27,15 @@ public:
     _OldTable &operator=(const _OldTable &) = delete;
     ~_OldTable() {
         if (done_) return;
-        // The shared block was overwritten by the compaction: whatever the
-        // cache claims to hold is not the file's content any more.
-        d_->b.nr = 0;
-        d_->b.s = 0;
+        // Once the copy has used the block, whatever the cache claims to
+        // hold is not the file's content any more. Before that it is left
+        // alone: it may hold appends that the first flush could not write,
+        // and dropping them while the count still includes them would let
+        // the next flush write a count with no records behind it.
+        if (borrowed_) {
+            d_->b.nr = 0;
+            d_->b.s = 0;
+        }
         DBDATAPKT *keep = DBxbd;
         DBxbd = d_;
         if (rl_ > 0 && d_->b.rl != rl_) {
@@ -46,6 +51,7 @@ public:
         rl_ = rl;
     }
     void lockedHere() { locked_ = true; }
+    void borrowed() { borrowed_ = true; }
     void done() { done_ = true; }
 
 private:
@@ -54,6 +60,7 @@ private:
     int handle_ = -1;
     int rl_ = 0;
     bool locked_ = false;
+    bool borrowed_ = false;
     bool done_ = false;
 };
 
@@ -284,6 +291,7 @@ int _pack(int *handle) {
     DBDATAPKT *np = nw.packet();
     if (!np || np->h.r != old->h.r) return here.fail(DBE_RECLEN, __LINE__);
     DBxbd = old;
+    guard.borrowed();
     old->b.nr = 0;  // start the reads at record 1, whatever the cache held
     old->b.s = 0;
     nw.borrow(old);

@@ -19,9 +19,10 @@ int _link(const char *o, const char *n) { return link(o, n); }
 int _unlink(const char *name) { return unlink(name); }
 void *_malloc(size_t size) { return std::malloc(size); }
 void *_realloc(void *p, size_t size) { return std::realloc(p, size); }
+void _free(void *p) { std::free(p); }
 }  // namespace
 
-DBSYSCALLS _DBsys = {_write, _setlk, _sleep, _rename, _link, _unlink, _malloc, _realloc};
+DBSYSCALLS _DBsys = {_write, _setlk, _sleep, _rename, _link, _unlink, _malloc, _realloc, _free};
 
 extern "C" DBAPI int DBosWriteData(int fd, void *buf, int len, int16_t flush) {
     static constexpr DBErrMap map[] = {

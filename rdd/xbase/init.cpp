@@ -99,12 +99,15 @@ extern "C" DBAPI void DBTerminate(void) {
             DBerrno = 0;
             DBclose[type](h);
         }
-        // A close that failed, or a packet whose family registered no close,
-        // leaves its slot; termination frees it anyway so that nothing the
-        // library allocated outlives it.
+        // A close that failed (a flush that cannot write, say), or a packet
+        // whose family registered no close, leaves its slot; termination
+        // frees it anyway, with what it owns, so that nothing the library
+        // allocated outlives it. The unwritten changes are lost: there is
+        // no one left to report them to.
         if (DBbase.p[h].s != 0) {
             auto *hdr = static_cast<DBPKTHDR *>(DBbase.p[h].p);
             if (hdr && hdr->dh >= 0) close(hdr->dh);
+            if (hdr && type == DBPT_DBF) _DBFreeTableBuffers(static_cast<DBDATAPKT *>(DBbase.p[h].p));
             _DBReleaseFilePacket(h);
         }
     }

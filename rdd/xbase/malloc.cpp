@@ -3,7 +3,6 @@
 // naming the caller, never a crash.
 #include "os.h"
 
-#include <cstdlib>
 
 extern "C" DBAPI int DBAllocateMemoryLog(void **where, size_t size, const char *srcfile, int line) {
     void *p = where ? _DBsys.malloc(size ? size : 1) : nullptr;
@@ -28,6 +27,6 @@ extern "C" DBAPI int DBReAllocateMemory(void **where, size_t size, const char *s
 }
 
 extern "C" DBAPI int DBFreeMemory(void *p, const char *srcfile, int line) {
-    std::free(p);
+    _DBsys.free(p);
     return 0;
 }

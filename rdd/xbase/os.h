@@ -46,5 +46,6 @@ struct DBSYSCALLS {
     int (*unlink)(const char *name);
     void *(*malloc)(size_t size);
     void *(*realloc)(void *p, size_t size);
+    void (*free)(void *p);
 };
 extern DBSYSCALLS _DBsys;
