@@ -364,7 +364,11 @@ DBAPI int DBosTestLock(int fd, int32_t start, int32_t len);
  * FoxPro header without terminator; -202 a file cut
  * inside its header; the open errors of DBosOpenFile (a system error comes
  * back as the bare errno). 207: the file length is not the header's records
- * plus at most an end mark; the table is open and usable. */
+ * plus at most an end mark; the table is open and usable. A memo pack that
+ * a crash interrupted (its marker "<dir><table stem>.MPK" is there) is
+ * finished or undone first; a shared open does so only when it gets the
+ * file lock (else another process may still be packing), and a read-only
+ * open that would have to write memo pointers fails with -236. */
 DBAPI int DBOpenFile(int *handle, char *filename, int mode);
 /* Close a table: write pending changes (not for write-through tables),
  * release its locks, close the file and free the handle. When writing or
@@ -606,11 +610,15 @@ DBAPI int DBGetLockInfo(int handle, DBFILELOCKS *list, int max, int *count);
  * handle, -236 for a read-only table; a style-10 table, or fields that
  * DBCreateFile cannot create in the table's style, give DBCreateFile's
  * status; a lock refused by another process gives the lock's status. Any
- * failure before the old file is renamed leaves the table open under its
+ * failure before the tables are closed leaves the table open under its
  * handle with its content unchanged, removes the new file, and releases the
  * file lock if the pack took it (a shared table's other locks were let go
- * when it was taken). A failure while renaming or reopening can leave the
- * old file under the backup name, and *handle is then -1. */
+ * when it was taken). The old file gets the backup name as a second name
+ * (a hard link, or a copy where the file system has none) before the new
+ * file is renamed over the table's name, so at every moment, a crash
+ * included, the table's name holds the old file or the new one. A failure
+ * in that hand-over reopens the old table (*handle is -1 only when even
+ * that fails) and returns the failure. */
 DBAPI int DBPackFile(int *handle);
 
 /* ------------------------------------------------------------------------
@@ -672,8 +680,12 @@ DBAPI int DBfpPutMemoRecord(int handle, int32_t *block, char *data, int32_t tota
  * are rewritten (4-byte binary in style 10, else "%10ld"), and the old file
  * is removed. *memo is closed and reopened with its open mode (new handle
  * stored). Any failure leaves the old file and the pointers as they were.
- * A shared table is file-locked for the pack. -221, -213, -236 read-only
- * memo or table, -204/-206 a pointer to a bad memo. */
+ * While the files change places a marker "<dir><table stem>.MPK" stands
+ * beside the table; should the process die then, the next DBOpenFile of
+ * the table finishes or undoes the pack from it. A shared table is
+ * file-locked for the pack. -221, -213, -236 read-only memo or table,
+ * -204/-206 a pointer to a bad memo, -240 a marker of another pack still
+ * there. */
 DBAPI int DBfpPackMemo(int dbf, int *memo);
 
 /* ------------------------------------------------------------------------
@@ -731,7 +743,8 @@ DBAPI int DBxbPutMemoRecord(int handle, int32_t *block, char *text, int option);
  * DBfpPackMemo does: temporary name "<dir><n>.DBT", same layout and block
  * size, pointers rewritten with "%10ld", the old file removed only when
  * the new one and the pointers are in place, *memo reopened. Any failure
- * leaves the old file and the pointers as they were. */
+ * leaves the old file and the pointers as they were, and a crash is
+ * repaired by the next open of the table, as for DBfpPackMemo. */
 DBAPI int DBxbPackMemo(int dbf, int *memo);
 
 /* ------------------------------------------------------------------------

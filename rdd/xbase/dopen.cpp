@@ -2,6 +2,7 @@
 // that decide whether a file is a table of the style the caller asked for,
 // the in-memory field array, and the record buffer and cache set-up.
 #include "dbf.h"
+#include "memo.h"
 #include "os.h"
 
 #include <cstdlib>
@@ -256,6 +257,7 @@ extern "C" DBAPI int DBOpenFile(int *handle, char *filename, int mode) {
         if ((mode & DBO_MULTILOCK) && d->ph.m.shared) d->ph.m.multi_locks = 1;
         if (d->ph.m.shared) d->ph.m.read_header_information = 1;
         rc = _open(d, filename);
+        if (rc == 0) rc = _DBMemoPackRecover(filename);
     }
     if (rc != 0) {
         // Nothing of a failed open survives: descriptor, buffers, slot.

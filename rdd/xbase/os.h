@@ -15,6 +15,9 @@ int _DBosLinkFile(char *newname, char *oldname);
 int _DBosReadAt(int fd, int32_t off, void *buf, int len);
 // 1 if the file exists, else 0; DBerrno is left as it was.
 int _DBIsFileThere(char *name);
+// The first name "<dir><n><ext>", n = 0, 1, 2 ..., that does not exist yet,
+// in out (cap bytes): the work files of the packs.
+int _DBFreeName(char *out, size_t cap, const char *dir, const char *ext);
 // Keep the process lock table in step: type 0 records an exclusive lock,
 // type 1 removes the first matching entry, type 2 (shared) is not recorded.
 void _flag_lock(int fd, int type, int32_t start, int32_t len);

@@ -58,7 +58,7 @@ struct Seams {
     ~Seams() { _DBsys = saved; }
     static bool used(long &left) { return left == 0 || (left > 0 && (left--, false)); }
     static void step() {
-        if (stopAt && ++steps >= stopAt) _exit(0);
+        if (++steps == stopAt) _exit(0);
     }
     Seams(const Seams &) = delete;
     Seams &operator=(const Seams &) = delete;
