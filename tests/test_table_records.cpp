@@ -3,26 +3,11 @@
 #include "tablea_util.h"
 #include "seams.h"
 
-#include "os.h"
-
 #include <unistd.h>
 
 using tablea::cs;
 
 namespace {
-
-// Sizes of the writes that reach the system; `failing` makes them fail.
-struct WriteSpy {
-    static inline std::vector<size_t> sizes;
-    static inline bool failing = false;
-    static long write(int fd, const void *buf, size_t len) {
-        if (failing) return errno = EIO, -1;
-        return sizes.push_back(len), static_cast<long>(::write(fd, buf, len));
-    }
-    decltype(_DBsys.write) saved = _DBsys.write;
-    WriteSpy() { sizes.clear(), failing = false, _DBsys.write = &WriteSpy::write; }
-    ~WriteSpy() { _DBsys.write = saved; }
-};
 
 // Records from..to: NAME "ri", QTY 10 * i; with `marks`, deleted when i % 7 == 0.
 std::string recs(int from, int to, bool marks = false) {
@@ -130,7 +115,7 @@ TEST_F(TableRecords, WritesAndTheYearByte) {
         int32_t k = 2;
         c.compat ? setenv("DB_XBASE80_COMPAT", "1", 1) : unsetenv("DB_XBASE80_COMPAT");
         if (c.rewrite) ASSERT_EQ(DBGetRecord(h, 2) + DBPutStrField(h, 0, cs("changed")), 0);
-        WriteSpy spy;
+        xbt::Seams spy;
         ASSERT_EQ(c.rewrite ? DBPutRecord(h, &k, DB_REWRITE) : put(h, 3), 0);
         if (!c.unbuf) EXPECT_TRUE(spy.sizes.empty()) << "buffered writes wait for the flush";
         DBTerminate();

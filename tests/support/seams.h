@@ -7,6 +7,8 @@
 #include "xbtest.h"
 
 #include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <functional>
@@ -18,24 +20,28 @@ namespace xbt {
 
 struct Seams {
     // Writes: each one's size is noted; once writesLeft (-1: no limit) are
-    // used up they fail with failErrno. watch (if set) sees every write first.
+    // used up, or when watch (if set, it sees every write first) says so,
+    // they fail with failErrno.
     static inline std::vector<size_t> sizes;
     static inline long writesLeft = -1;
     static inline int failErrno = EIO;
-    static inline std::function<void(size_t)> watch;
+    static inline std::function<bool(int, size_t)> watch;
     // Allocations: the live blocks; once allocsLeft are used up they fail.
     static inline std::set<void *> live;
     static inline long allocsLeft = -1;
+    // Lock attempts and the retry sleeps between them (which return at once).
+    static inline long lockTries = 0, sleeps = 0;
     // Steps (writes, renames, links, unlinks): after the stopAt-th the
-    // process ends at once, as if killed (0: never).
+    // process is killed (0: never).
     static inline long steps = 0, stopAt = 0;
 
     Seams() {
         sizes.clear(), live.clear(), watch = nullptr;
-        writesLeft = allocsLeft = -1, steps = stopAt = 0, failErrno = EIO;
+        writesLeft = allocsLeft = -1, steps = stopAt = lockTries = sleeps = 0, failErrno = EIO;
+        _DBsys.setlk = [](int fd, struct flock *fl) { return lockTries++, fcntl(fd, F_SETLK, fl); };
+        _DBsys.sleep = [](unsigned) { return sleeps++, 0u; };
         _DBsys.write = [](int fd, const void *b, size_t n) -> long {
-            if (watch) watch(n);
-            if (used(writesLeft)) return errno = failErrno, -1;
+            if ((watch && watch(fd, n)) || used(writesLeft)) return errno = failErrno, -1;
             sizes.push_back(n);
             const long rc = ::write(fd, b, n);
             return step(), rc;
@@ -58,7 +64,7 @@ struct Seams {
     ~Seams() { _DBsys = saved; }
     static bool used(long &left) { return left == 0 || (left > 0 && (left--, false)); }
     static void step() {
-        if (++steps == stopAt) _exit(0);
+        if (++steps == stopAt) kill(getpid(), SIGKILL);
     }
     Seams(const Seams &) = delete;
     Seams &operator=(const Seams &) = delete;
