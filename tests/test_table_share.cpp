@@ -103,6 +103,12 @@ TEST_F(SharedTable, AnotherProcessesWritesSurviveOurCache) {
     ASSERT_TRUE(exited0(child(p, 1, [](int c) { return lockedBump(c, 3); })));
     ASSERT_EQ(lockedBump(h, 3), 0);
     EXPECT_EQ(ondisk(3), row("R3", 2));
+    // The same with a read lock: record 4 read, changed elsewhere, read-locked and read again.
+    ASSERT_EQ(DBGetRecord(h, 4), 0);
+    ASSERT_TRUE(exited0(child(p, 1, [](int c) { return lockedBump(c, 4); })));
+    char cnt[16];
+    ASSERT_EQ(DBReadLockRecord(h, 4) | DBGetRecord(h, 4) | DBGetStrField(h, 1, cnt), 0);
+    EXPECT_STREQ(cnt, "       1");
     ASSERT_EQ(DBCloseFile(h), 0);
 }
 
