@@ -2,6 +2,7 @@
 // name that does not exist yet.
 #include "os.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -21,4 +22,12 @@ int _DBFreeName(char *out, size_t cap, const char *dir, const char *ext) {
         if (!_DBIsFileThere(out)) return 0;
     }
     return here.fail(DBE_BADFILENAME, __LINE__);
+}
+
+int _DBFileId(const char *name, uint64_t id[2]) {
+    struct stat st;
+    if (!name || stat(name, &st) != 0) return 0;
+    id[0] = static_cast<uint64_t>(st.st_dev);
+    id[1] = static_cast<uint64_t>(st.st_ino);
+    return 1;
 }

@@ -164,7 +164,7 @@ int _DBMemoPointerBytes(int i, int32_t block, char out[16]);
 // pointers of table dbf, so that a failure or a crash at any point leaves
 // the old file and pointers or the new ones (tmark.cpp). A failure that is
 // reported has put the old pair back (or left the marker that the next open
-// of the table uses to).
+// of the table uses to) and removed the work file if it still had its name.
 int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &refs);
 
 // ---- The marker of a memo pack in progress (tmark.cpp) ----------------------
@@ -174,8 +174,11 @@ int _DBMemoMarkName(char *out, size_t cap, const char *table);
 // the old file's second name and the pointer changes refs.
 int _DBMemoMarkWrite(char *mark, bool fpt, const char *table, const char *memo, const char *work,
                      const char *backup, const DBMEMOREFS &refs);
-// Set its state: 'U' (the old memo file is kept) or 'F' (the new one is).
-int _DBMemoMarkState(char *mark, char state);
+// Set one byte of it: DBMARK_STATE, 'U' (the old memo file is kept) or 'F'
+// (the new one is); DBMARK_WORK, 1 while the work file still has its name.
+constexpr int DBMARK_STATE = 8;
+constexpr int DBMARK_WORK = 10;
+int _DBMemoMarkByte(char *mark, int at, char value);
 // In DBOpenFile, on the table just opened (DBxbd, named `filename`): finish
 // or undo a memo pack that a crash interrupted. 0 when there was nothing to
 // do, or another process holds the table's file lock (its pack may still be

@@ -15,6 +15,9 @@ int _DBosLinkFile(char *newname, char *oldname);
 int _DBosReadAt(int fd, int32_t off, void *buf, int len);
 // 1 if the file exists, else 0; DBerrno is left as it was.
 int _DBIsFileThere(char *name);
+// 1, with the file's device and inode numbers in id, when name exists;
+// else 0. Tells a file from another that has taken its name since.
+int _DBFileId(const char *name, uint64_t id[2]);
 // The first name "<dir><n><ext>", n = 0, 1, 2 ..., that does not exist yet,
 // in out (cap bytes): the work files of the packs.
 int _DBFreeName(char *out, size_t cap, const char *dir, const char *ext);

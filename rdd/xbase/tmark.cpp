@@ -8,35 +8,49 @@
 // table, "<dir><table stem>.MPK", that says how to get back to a matching
 // pair from any point, and removes it after the last step:
 //
-//   1. marker written, state U    the old memo file is the one to keep
-//   2. link memo -> backup        the old file gets a second name
-//   3. rename work -> memo        the packed file takes the memo's name
-//   4. state F                    from here the packed file is kept
-//   5. pointers rewritten
-//   6. backup and marker removed
+//   1. marker written: state U, work flag 1    the old memo file is kept
+//   2. link memo -> backup                     the old file gets a second name
+//   3. work flag 0                             the work file is about to go
+//   4. rename work -> memo                     the packed file takes the name
+//   5. state F                                 from here the packed file is kept
+//   6. pointers rewritten
+//   7. marker removed, then the backup
 //
-// An open of the table that finds the marker repairs what it says: in
-// state U the backup is renamed back over the memo name (which holds the
-// old file then, or the new one if step 3 happened) and every pointer is
-// put back to its old value; in state F every pointer is set to its new
-// value. Both repairs only ever set a pointer to one known value, so they
-// can themselves be cut short and run again. A marker cut short while it
-// was written (before step 2) fails its check and is simply removed.
+// An open of the table that finds the marker repairs what it says. In
+// state U: the backup, if it is still the old memo file, is renamed back
+// over the memo's name (which holds the old file then, or the new one if
+// step 4 happened), every pointer is set to its old value, the marker goes,
+// and the work file too while its flag says it still has its name. In state
+// F: every pointer is set to its new value, the marker goes, then the
+// backup. A repair only ever sets a pointer to one known value, so it can
+// itself be cut short and run again; a marker cut short while it was
+// written (before step 2) fails its check and is simply removed.
+//
+// After a crash another pack may choose the backup or work name again, and
+// a repair must not take that file for ours. The work flag is cleared
+// before the work file leaves its name. The backup is recognised by the
+// device and inode numbers of the old memo file, kept in the marker: while
+// the marker stands that file is alive (under the memo's name or the
+// backup's), so no other file can have those numbers; the marker is
+// removed before the backup, and a crash between the two leaves only a
+// stray backup.
 //
 // The marker (all numbers little-endian):
 //
 //   0   8   "XBMEMOPK"
 //   8   1   state: 'U' or 'F'
 //   9   1   memo family: 'T' DBT, 'W' FPT
-//   10  2   0
+//   10  1   work flag: 1 while the work file has its name, else 0
+//   11  1   0
 //   12  4   number of pointer entries, N
 //   16  4   length of the whole marker, L
-//   20  ... four names, each a 2-byte length and its bytes: the table's base
+//   20  16  device and inode numbers of the old memo file (8 bytes each)
+//   36  ... four names, each a 2-byte length and its bytes: the table's base
 //           name, then the memo file, the work file and the backup, each
 //           preceded by 'R' (relative to the table's directory, as the
 //           pack named it) or 'A' (as given)
 //   ..  16N entries: record, field number, old block, new block (4 bytes each)
-//   L-4 4   FNV-1a hash of bytes 0 .. L-5, the state byte counted as 0
+//   L-4 4   FNV-1a hash of bytes 0 .. L-5, bytes 8 and 10 counted as 0
 #include "dbf.h"
 #include "memo.h"
 #include "os.h"
@@ -47,13 +61,13 @@ namespace {
 constexpr DBSite here{"rdd/xbase/tmark"};
 
 constexpr char kMagic[8] = {'X', 'B', 'M', 'E', 'M', 'O', 'P', 'K'};
-constexpr int kStateAt = 8;
-constexpr int kFixed = 20;
+constexpr int kOldId = 20;
+constexpr int kFixed = 36;
 constexpr size_t kNameCap = 600;
 
 uint32_t _hash(const uint8_t *p, size_t n) {
     uint32_t h = 2166136261u;
-    for (size_t i = 0; i < n; i++) h = (h ^ (i == kStateAt ? 0 : p[i])) * 16777619u;
+    for (size_t i = 0; i < n; i++) h = (h ^ (i == DBMARK_STATE || i == DBMARK_WORK ? 0 : p[i])) * 16777619u;
     return h;
 }
 
@@ -80,6 +94,12 @@ struct _Image {
         uint8_t x[4];
         _DBStoreLE32(x, v);
         return put(x, 4);
+    }
+    int putId(const uint64_t id[2]) {
+        for (int i = 0; i < 2; i++)
+            if (put32(static_cast<uint32_t>(id[i])) != 0 || put32(static_cast<uint32_t>(id[i] >> 32)) != 0)
+                return DBerrno;
+        return 0;
     }
     int name(char kind, const char *s) {
         const size_t len = std::strlen(s);
@@ -119,6 +139,15 @@ struct _Reader {
     }
 };
 
+// Whether `name` is still the file whose numbers are at p (marker bytes).
+bool _same(const char *name, const uint8_t *p) {
+    uint64_t id[2];
+    if (!_DBFileId(name, id)) return false;
+    for (int i = 0; i < 2; i++)
+        if (id[i] != (_DBLoadLE32(p + 8 * i) | static_cast<uint64_t>(_DBLoadLE32(p + 8 * i + 4)) << 32)) return false;
+    return true;
+}
+
 // Set the pointer of one entry to `block` unless it holds that already.
 int _setPointer(DBDATAPKT *d, const DBMEMOREF &e, int32_t block) {
     char want[16], have[16];
@@ -157,7 +186,8 @@ int _repair(char *mark, const char *filename) {
         DBerrno = 0;
         return _DBosDeleteFile(mark) < 0 ? DBerrno : 0;
     }
-    const char state = static_cast<char>(p[kStateAt]);
+    const char state = static_cast<char>(p[DBMARK_STATE]);
+    const bool workOurs = p[DBMARK_WORK] == 1;
     const uint32_t count = _DBLoadLE32(p + 12);
     char dir[kNameCap], base[kNameCap], memo[kNameCap], work[kNameCap], backup[kNameCap];
     const size_t cut = _DBDirLength(filename);
@@ -169,11 +199,11 @@ int _repair(char *mark, const char *filename) {
         return here.fail(DBE_CORRUPT, __LINE__);
     if (std::strcmp(base, filename + cut) != 0) return 0;  // another table's
     DBerrno = 0;
-    if (state == 'U' && _DBIsFileThere(backup)) {
+    if (state == 'U' && _same(backup, p + kOldId)) {
         // The old memo file back under its name. Were the two names still
         // the same file, the rename does nothing and the unlink parts them.
         if (_DBosRenameFile(memo, backup) != 0) return DBerrno;
-        if (_DBosDeleteFile(backup) < 0) return DBerrno;
+        if (_same(backup, p + kOldId) && _DBosDeleteFile(backup) < 0) return DBerrno;
     }
     for (uint32_t i = 0; i < count; i++) {
         const uint8_t *e = p + r.at + 16 * i;
@@ -183,11 +213,12 @@ int _repair(char *mark, const char *filename) {
             return here.fail(DBE_CORRUPT, __LINE__);
         if (_setPointer(d, ref, state == 'U' ? ref.oldb : ref.newb) != 0) return DBerrno;
     }
-    if (state == 'F' && _DBosDeleteFile(backup) < 0) return DBerrno;
-    // The marker goes last but for the work file of an undone pack: once
-    // it is gone, that file is only a leftover.
+    // The marker goes before the last file: a crash between leaves a stray
+    // file, never a marker naming a file that is no longer ours.
+    const bool backupOurs = state == 'F' && _same(backup, p + kOldId);
     if (_DBosDeleteFile(mark) < 0) return DBerrno;
-    if (state == 'U') _DBosDeleteFile(work);
+    if (backupOurs) _DBosDeleteFile(backup);
+    if (state == 'U' && workOurs) _DBosDeleteFile(work);
     return 0;
 }
 }  // namespace
@@ -200,9 +231,11 @@ int _DBMemoMarkName(char *out, size_t cap, const char *table) {
 int _DBMemoMarkWrite(char *mark, bool fpt, const char *table, const char *memo, const char *work,
                      const char *backup, const DBMEMOREFS &refs) {
     _Image m;
-    const uint8_t head[12] = {'X', 'B', 'M', 'E', 'M', 'O', 'P', 'K', 'U', static_cast<uint8_t>(fpt ? 'W' : 'T'), 0, 0};
+    uint64_t old[2];
+    if (!_DBFileId(memo, old)) return here.fail(DBE_NOTFOUND, __LINE__);
+    const uint8_t head[12] = {'X', 'B', 'M', 'E', 'M', 'O', 'P', 'K', 'U', static_cast<uint8_t>(fpt ? 'W' : 'T'), 1, 0};
     if (m.put(head, sizeof head) != 0 || m.put32(static_cast<uint32_t>(refs.n)) != 0 || m.put32(0) != 0 ||
-        m.name(0, table + _DBDirLength(table)) != 0 || _putPath(m, table, memo) != 0 ||
+        m.putId(old) != 0 || m.name(0, table + _DBDirLength(table)) != 0 || _putPath(m, table, memo) != 0 ||
         _putPath(m, table, work) != 0 || _putPath(m, table, backup) != 0)
         return DBerrno;
     for (int32_t i = 0; i < refs.n; i++) {
@@ -225,12 +258,12 @@ int _DBMemoMarkWrite(char *mark, bool fpt, const char *table, const char *memo, 
     return _DBStatus(rc);
 }
 
-int _DBMemoMarkState(char *mark, char state) {
+int _DBMemoMarkByte(char *mark, int at, char value) {
     int fd = -1;
     DBOMODE m{};
     if (DBosOpenFile(&fd, mark, 0, &m) != 0) return DBerrno;
     DBerrno = 0;
-    const int rc = _DBWriteAt(here, __LINE__, fd, kStateAt, &state, 1, 0);
+    const int rc = _DBWriteAt(here, __LINE__, fd, at, &value, 1, 0);
     const int crc = DBosCloseFile(fd);
     return _DBStatus(rc != 0 ? rc : crc);
 }

@@ -116,23 +116,26 @@ int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &re
     if (_DBIsFileThere(mark)) return here.fail(DBE_ACCESS, __LINE__);  // another pack's, unfinished
     if (_DBMemoMarkWrite(mark, fpt, table, memo, tmp, backup, refs) != 0) return DBerrno;
     DBerrno = 0;
+    // The steps tmark.cpp describes. Until the work file is renamed, a
+    // failure takes back what was done: the second name, the marker.
     int rc = _DBosLinkFile(backup, memo);
-    if (rc == 0) {
-        rc = _DBosRenameFile(memo, tmp);
-        if (rc != 0) _DBosDeleteFile(backup);
-    }
+    const bool linked = rc == 0;
+    if (rc == 0) rc = _DBMemoMarkByte(mark, DBMARK_WORK, 0);
+    if (rc == 0) rc = _DBosRenameFile(memo, tmp);
     if (rc != 0) {
-        // Nothing has changed places: the old pair stands.
+        if (linked) _DBosDeleteFile(backup);
         _DBosDeleteFile(mark);
+        _DBosDeleteFile(tmp);
         return here.fail(rc, __LINE__);
     }
-    rc = _DBMemoMarkState(mark, 'F');
+    rc = _DBMemoMarkByte(mark, DBMARK_STATE, 'F');
     if (rc == 0) rc = _DBMemoRewritePointers(dbf, refs, false);
     if (rc == 0) {
-        // The pack is done; a backup or marker that will not go is litter
-        // (the marker's next repair finds nothing left to do).
-        if (_DBosDeleteFile(backup) < 0) here.log(DBerrno, __LINE__);
+        // Done. The marker goes before the backup: once the backup's file
+        // is gone its name may be taken by another, which a repair must
+        // not mistake for ours. A name that will not go is only litter.
         if (_DBosDeleteFile(mark) < 0) here.log(DBerrno, __LINE__);
+        if (_DBosDeleteFile(backup) < 0) here.log(DBerrno, __LINE__);
         DBerrno = 0;
         return 0;
     }
@@ -140,7 +143,7 @@ int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &re
     // is undone too; if even that write fails the marker still says F and
     // the next open finishes the pack instead), then the old file under its
     // name, then the old pointers.
-    if (_DBMemoMarkState(mark, 'U') == 0 && _DBosRenameFile(memo, backup) == 0 &&
+    if (_DBMemoMarkByte(mark, DBMARK_STATE, 'U') == 0 && _DBosRenameFile(memo, backup) == 0 &&
         _DBMemoRewritePointers(dbf, refs, true) == 0)
         _DBosDeleteFile(mark);
     return here.fail(rc, __LINE__);
@@ -182,7 +185,6 @@ int _DBMemoPackEnd(int dbf, int *memo, bool fpt, char *path, char *tmp, int mode
     if (rc == 0) {
         *memo = -1;
         rc = _DBMemoSwapIn(dbf, fpt, path, tmp, refs);
-        if (rc != 0) _DBosDeleteFile(tmp);
         // Whatever the swap did, a memo file is under the old name: open it.
         const int orc = fpt ? DBfpOpenMemo(memo, path, mode) : DBxbOpenMemo(memo, path, mode);
         if (rc == 0) rc = orc;
