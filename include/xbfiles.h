@@ -682,7 +682,9 @@ DBAPI int DBfpPutMemoRecord(int handle, int32_t *block, char *data, int32_t tota
  * stored). Any failure leaves the old file and the pointers as they were.
  * While the files change places a marker "<dir><table stem>.MPK" stands
  * beside the table; should the process die then, the next DBOpenFile of
- * the table finishes or undoes the pack from it. A shared table is
+ * the table finishes or undoes the pack from it (a death at the very end
+ * can leave the old file behind under its backup name "<dir><n>.FPT",
+ * and one during the copy the work file). A shared table is
  * file-locked for the pack. -221, -213, -236 read-only memo or table,
  * -204/-206 a pointer to a bad memo, -240 a marker of another pack still
  * there. */
