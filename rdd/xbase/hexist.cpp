@@ -14,6 +14,7 @@ constexpr DBSite here{"rdd/xbase/hexist"};
 int _DBIsFileThere(char *name) { return name && access(name, F_OK) == 0 ? 1 : 0; }
 
 int _DBFreeName(char *out, size_t cap, const char *dir, const char *ext) {
+    if (!out || cap == 0) return here.fail(DBE_NULLPARAM, __LINE__);
     // A directory full of such names is a sign of trouble, not a reason to
     // count for ever.
     for (int n = 0; n < 100000; n++) {
