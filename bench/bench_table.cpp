@@ -1,9 +1,10 @@
 // bench_table.cpp - records per second through the table engine for the
 // 56-byte record NAME C(20), CITY C(15), AMOUNT N(12,2), HIRED D: appending
 // N records, reading them in order and in random order, and reading and
-// writing their fields. One iteration each at N = 1,000,000 by default
-// (XB_BENCH_RECORDS overrides N); `make bench` runs it in a scratch
-// directory, where it leaves its table until the run ends.
+// writing their fields; and random reads of N / 10 records of 600 bytes,
+// whose cache blocks are 16 KiB. One iteration each at N = 1,000,000 by
+// default (XB_BENCH_RECORDS overrides N); `make bench` runs it in a scratch
+// directory, where it leaves its tables until the run ends.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -20,6 +21,7 @@ extern "C" {
 namespace {
 
 char kTable[] = "bench_table.dbf";
+char kWide[] = "bench_wide.dbf";
 
 int64_t records() {
     const char *v = std::getenv("XB_BENCH_RECORDS");
@@ -110,11 +112,11 @@ void BM_Append(benchmark::State &state) {
     perSecond(state, n);
 }
 
-// Reads the records in the given order; the two read benchmarks differ only
-// in that order.
-void readRecords(benchmark::State &state, const std::vector<int32_t> &order) {
+// Reads the records of a table in the given order; the read benchmarks
+// differ only in the table and the order.
+void readRecords(benchmark::State &state, char *table, const std::vector<int32_t> &order) {
     int h = -1;
-    if (!check(state, DBOpenFile(&h, kTable, 1 | DBO_READONLY), "DBOpenFile")) return;
+    if (!check(state, DBOpenFile(&h, table, (table == kWide ? 6 : 1) | DBO_READONLY), "DBOpenFile")) return;
     DBRECINFO ri{};
     DBGetRecordInfo(h, &ri);
     uint64_t sum = 0;
@@ -134,20 +136,43 @@ void BM_ReadSequential(benchmark::State &state) {
     if (!ensureTable(state, n)) return;
     std::vector<int32_t> order(static_cast<size_t>(n));
     for (size_t i = 0; i < order.size(); i++) order[i] = static_cast<int32_t>(i + 1);
-    readRecords(state, order);
+    readRecords(state, kTable, order);
 }
 
-void BM_ReadRandom(benchmark::State &state) {
-    const int64_t n = state.range(0);
-    if (!ensureTable(state, n)) return;
-    // A fixed pseudo-random order (64-bit LCG), drawn before the clock runs.
+// A fixed pseudo-random order of n reads of records 1..n (64-bit LCG),
+// drawn before the clock runs.
+std::vector<int32_t> randomOrder(int64_t n) {
     std::vector<int32_t> order(static_cast<size_t>(n));
     uint64_t x = 0x9E3779B97F4A7C15ull;
     for (auto &k : order) {
         x = x * 6364136223846793005ull + 1442695040888963407ull;
         k = static_cast<int32_t>((x >> 33) % static_cast<uint64_t>(n)) + 1;
     }
-    readRecords(state, order);
+    return order;
+}
+
+void BM_ReadRandom(benchmark::State &state) {
+    const int64_t n = state.range(0);
+    if (!ensureTable(state, n)) return;
+    readRecords(state, kTable, randomOrder(n));
+}
+
+// Random reads where a whole cache block would be 27 records (16200 bytes).
+void BM_ReadRandomWide(benchmark::State &state) {
+    const int64_t n = state.range(0) / 10;
+    DBFIELD f[2] = {{"NAME", 'C', 20, 0}, {"TEXT", 'C', 579, 0}};
+    if (!check(state, DBCreateFile(kWide, 2, f, 6), "DBCreateFile")) return;
+    int h = -1;
+    if (!check(state, DBOpenFile(&h, kWide, 6), "DBOpenFile")) return;
+    char *buf = nullptr;
+    DBSetBufferAddress(h, &buf);
+    for (int64_t i = 1; i <= n; i++) {
+        std::memset(buf + 1, 'a' + static_cast<int>(i % 26), 599);
+        int32_t recno = 0;
+        if (!check(state, DBPutRecord(h, &recno, DB_APPEND), "DBPutRecord")) return;
+    }
+    if (!check(state, DBCloseFile(h), "DBCloseFile")) return;
+    readRecords(state, kWide, randomOrder(n));
 }
 
 // Every field of every record, converted: two texts, a double, a date text.
@@ -210,6 +235,7 @@ void args(benchmark::internal::Benchmark *b) {
 BENCHMARK(BM_Append)->Apply(args);
 BENCHMARK(BM_ReadSequential)->Apply(args);
 BENCHMARK(BM_ReadRandom)->Apply(args);
+BENCHMARK(BM_ReadRandomWide)->Apply(args);
 BENCHMARK(BM_GetFields)->Apply(args);
 BENCHMARK(BM_PutFields)->Apply(args);
 
@@ -223,5 +249,6 @@ int main(int argc, char **argv) {
     benchmark::Shutdown();
     DBTerminate();
     std::remove(kTable);
+    std::remove(kWide);
     return 0;
 }

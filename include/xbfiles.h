@@ -303,10 +303,13 @@ DBAPI int DBFreeMemory(void *p, const char *srcfile, int line);
  * Operating-system file layer (statuses: errno mapped onto codes)
  * ------------------------------------------------------------------------ */
 
-/* Create (truncate) path with mode 0777 less the umask. */
+/* Create (truncate) path with mode 0777 less the umask. -214 for an empty
+ * path or one of 512 characters or more (the packets keep 511 and a NUL;
+ * every open and create of the library goes through here or through
+ * DBosOpenFile, so none works on a cut name). */
 DBAPI int DBosCreateFile(int *fd, char *path);
 /* Open path read-only (mode & 0x100) or read-write; sets m->shared and
- * m->read_only from the mode. Never creates. */
+ * m->read_only from the mode. Never creates. -214 as for DBosCreateFile. */
 DBAPI int DBosOpenFile(int *fd, char *path, int mode, DBOMODE *m);
 DBAPI int DBosCloseFile(int fd);
 /* Read len bytes; any count other than len is -202. */
@@ -357,10 +360,15 @@ DBAPI int DBosTestLock(int fd, int32_t start, int32_t len);
  * above 119 as a signed byte); -235 production-index byte other than 0 or
  * 1 in styles 2 and 8; -227 no fields; -231 unknown field type; -232 field
  * lengths that do not add up to the record length; -206 a negative record
- * count or a Visual FoxPro header without terminator; -202 a file cut
+ * count, a count whose records would end past 2^31 - 1 bytes, or a Visual
+ * FoxPro header without terminator; -202 a file cut
  * inside its header; the open errors of DBosOpenFile (a system error comes
  * back as the bare errno). 207: the file length is not the header's records
- * plus at most an end mark; the table is open and usable. */
+ * plus at most an end mark; the table is open and usable. A memo pack that
+ * a crash interrupted (its marker "<dir><table stem>.MPK" is there) is
+ * finished or undone first; a shared open does so only when it gets the
+ * file lock (else another process may still be packing), and a read-only
+ * open that would have to write memo pointers fails with -236. */
 DBAPI int DBOpenFile(int *handle, char *filename, int mode);
 /* Close a table: write pending changes (not for write-through tables),
  * release its locks, close the file and free the handle. When writing or
@@ -398,8 +406,10 @@ DBAPI int DBGetRecordToBuffer(int handle, char *buf, int32_t recno);
  * shared table an append needs the file, header or append lock and a
  * rewrite the record's lock (or the file or append lock); with DBO_AUTOLOCK
  * the lock is taken for the one write and released after, else -242.
- * -221 NULL recno; -236 read-only table; -212 any other how; write errors
- * of the file layer. */
+ * -221 NULL recno; -236 read-only table; -212 any other how; -206 for an
+ * append to a table whose file ends before the records its header counts
+ * (the 207 case), -204 for one that would end past 2^31 - 1 bytes; write
+ * errors of the file layer. */
 DBAPI int DBPutRecord(int handle, int32_t *recno, int how);
 /* As DBPutRecord; buf (if not NULL) is first converted into the record
  * buffer, in the layout DBGetRecordToBuffer gives ('N' and 'F' doubles are
@@ -513,7 +523,8 @@ DBAPI int DBIsNamedBlank(int handle, char *name);
  * or more than the style allows (128; 255 in styles 2 and 8; 1023 in 5, 6;
  * 512 in 7); -228 name empty or over 10 characters; -231 unknown type;
  * -229 bad length; -230 bad decimals; -232 record over 4000 bytes (8192 in
- * style 6); the file layer's create and write errors. */
+ * style 6); the file layer's create and write errors (-214 for a name of
+ * 512 characters or more). A create that fails part way removes the file. */
 DBAPI int DBCreateFile(char *filename, int nfields, DBFIELD *fields, int mode);
 
 /* Locks between processes. Every lock is an exclusive (or, for the ReadLock
@@ -599,11 +610,15 @@ DBAPI int DBGetLockInfo(int handle, DBFILELOCKS *list, int max, int *count);
  * handle, -236 for a read-only table; a style-10 table, or fields that
  * DBCreateFile cannot create in the table's style, give DBCreateFile's
  * status; a lock refused by another process gives the lock's status. Any
- * failure before the old file is renamed leaves the table open under its
+ * failure before the tables are closed leaves the table open under its
  * handle with its content unchanged, removes the new file, and releases the
  * file lock if the pack took it (a shared table's other locks were let go
- * when it was taken). A failure while renaming or reopening can leave the
- * old file under the backup name, and *handle is then -1. */
+ * when it was taken). The old file gets the backup name as a second name
+ * (a hard link, or a copy where the file system has none) before the new
+ * file is renamed over the table's name, so at every moment, a crash
+ * included, the table's name holds the old file or the new one. A failure
+ * in that hand-over reopens the old table (*handle is -1 only when even
+ * that fails) and returns the failure. */
 DBAPI int DBPackFile(int *handle);
 
 /* ------------------------------------------------------------------------
@@ -612,7 +627,7 @@ DBAPI int DBPackFile(int *handle);
 /* Create an empty FPT file and close it. code 1..32: blocks of code x 512
  * bytes; 33..511: the block size in bytes. The header area covers at least
  * 512 bytes (next free block (bs + 511) / bs). -221 NULL path, -249 code
- * outside 1..511, file-layer statuses. */
+ * outside 1..511, file-layer statuses; a failed write removes the file. */
 DBAPI int DBfpCreateMemo(char *path, int code);
 /* Open an FPT file; *handle receives the handle (-1 on failure). mode: low
  * byte 0, 4, 8 or 10 (else -218) | DBO_* bits (DBO_AUTOLOCK adds shared and
@@ -665,8 +680,14 @@ DBAPI int DBfpPutMemoRecord(int handle, int32_t *block, char *data, int32_t tota
  * are rewritten (4-byte binary in style 10, else "%10ld"), and the old file
  * is removed. *memo is closed and reopened with its open mode (new handle
  * stored). Any failure leaves the old file and the pointers as they were.
- * A shared table is file-locked for the pack. -221, -213, -236 read-only
- * memo or table, -204/-206 a pointer to a bad memo. */
+ * While the files change places a marker "<dir><table stem>.MPK" stands
+ * beside the table; should the process die then, the next DBOpenFile of
+ * the table finishes or undoes the pack from it (a death at the very end
+ * can leave the old file behind under its backup name "<dir><n>.FPT",
+ * and one during the copy the work file). A shared table is
+ * file-locked for the pack. -221, -213, -236 read-only memo or table,
+ * -204/-206 a pointer to a bad memo, -240 a marker of another pack still
+ * there. */
 DBAPI int DBfpPackMemo(int dbf, int *memo);
 
 /* ------------------------------------------------------------------------
@@ -677,7 +698,8 @@ DBAPI int DBfpPackMemo(int dbf, int *memo);
  * 512-byte blocks whatever `blocks` says); version 2: dBASE IV layout
  * (block 0 of blocks x 512 bytes: next free 1, the upper-case base name,
  * 2, 1, the block size). -249 blocks outside 1..32 (nothing created), -218
- * any other version (the empty file is left behind), -221 NULL path. */
+ * any other version (the empty file is left behind), -221 NULL path; -203
+ * or a failed write leave no file. */
 DBAPI int DBxbCreateMemo(char *path, int blocks, int version);
 /* Open a DBT file; the layout comes from the version in the mode's low
  * byte (2 dBASE IV; 0, 1, 3, 5, 6, 7 dBASE III; else -218) | DBO_* bits.
@@ -723,7 +745,8 @@ DBAPI int DBxbPutMemoRecord(int handle, int32_t *block, char *text, int option);
  * DBfpPackMemo does: temporary name "<dir><n>.DBT", same layout and block
  * size, pointers rewritten with "%10ld", the old file removed only when
  * the new one and the pointers are in place, *memo reopened. Any failure
- * leaves the old file and the pointers as they were. */
+ * leaves the old file and the pointers as they were, and a crash is
+ * repaired by the next open of the table, as for DBfpPackMemo. */
 DBAPI int DBxbPackMemo(int dbf, int *memo);
 
 /* ------------------------------------------------------------------------

@@ -1,9 +1,6 @@
 // test_memo_fixtures.cpp - memo files other programs wrote, read and packed.
 #include "memo_util.h"
-
-#include "os.h"
-
-#include <errno.h>
+#include "seams.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -13,16 +10,6 @@ using xbt::readFile;
 using xbt::writeFile;
 
 namespace {
-
-// Writes to descriptor failFd fail with EIO while failsLeft counts down.
-int failFd = -1, failsLeft = 0;
-long (*realWrite)(int, const void *, size_t) = nullptr;
-long failingWrite(int fd, const void *buf, size_t len) {
-    if (fd != failFd || failsLeft == 0) return realWrite(fd, buf, len);
-    failsLeft--;
-    errno = EIO;
-    return -1;
-}
 
 struct MemoFixtures : xbt::LibTest {
     std::string files() { return xbt::run("ls -a '" + tmp_.dir() + "'"); }
@@ -81,13 +68,13 @@ TEST_F(MemoFixtures, EveryMemoMatchesTheDumpAndSurvivesPacks) {
         ASSERT_EQ(DBPutRecord(dbf, &rec, DB_REWRITE), 0);
         ASSERT_EQ(DBFlushFile(dbf), 0);
         auto memoBytes = readFile(m.file), dbfBytes = readFile(dbfPath);
-        realWrite = _DBsys.write;
-        _DBsys.write = failingWrite;
-        failFd = DBGetFileDescriptor(dbf);
-        failsLeft = 1;
-        const int rc = m.pack(dbf);
-        _DBsys.write = realWrite;
-        EXPECT_EQ(std::make_pair(rc, failsLeft), std::make_pair(DBE_WRITE, 0));
+        int fails = 0, rc = 0;
+        {
+            xbt::Seams seams;  // the table cannot be written once
+            seams.watch = [&, fd = DBGetFileDescriptor(dbf)](int to, size_t) { return to == fd && fails++ == 0; };
+            rc = m.pack(dbf);
+        }
+        EXPECT_EQ(std::make_pair(rc, fails > 0), std::make_pair(DBE_WRITE, true));
         EXPECT_EQ(readFile(m.file), memoBytes);
         auto now = readFile(dbfPath);  // the records as they were; the date may be today's
         ASSERT_EQ(now.size(), dbfBytes.size());

@@ -1,18 +1,16 @@
 // The file layer: errno mapping from real failures, partial transfers,
 // growing and cutting files, and byte-range locks against another process.
-#include "xbtest.h"
+#include "seams.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
 
-#include "os.h"
 
 namespace {
 
@@ -36,22 +34,10 @@ protected:
         DBErrorLog(1, buf);
         return path(name);
     }
-    // The status fn sees in a child that dropped root for "nobody": root
+    // The status fn gives in a child that dropped root for "nobody": root
     // passes every permission check, so this is how access is denied.
     int asNobody(const std::function<int()> &fn) {
-        int fds[2];
-        if (pipe(fds) != 0) return 0;
-        pid_t pid = fork();
-        if (pid == 0) {
-            int rc = (setgid(65534) == 0 && setuid(65534) == 0) ? fn() : 1;
-            _exit(write(fds[1], &rc, sizeof rc) == sizeof rc ? 0 : 1);
-        }
-        close(fds[1]);
-        int rc = 0;
-        if (read(fds[0], &rc, sizeof rc) != sizeof rc) rc = 0;
-        close(fds[0]);
-        waitpid(pid, nullptr, 0);
-        return rc;
+        return -xbt::waitFor(xbt::spawn([&] { return setgid(65534) == 0 && setuid(65534) == 0 ? -fn() : 1; }));
     }
 };
 
@@ -101,6 +87,30 @@ TEST_F(FileLayer, OpenCreateCloseAndAccessMapErrno) {
     EXPECT_TRUE(xbt::fileExists(dir + "/f.bin"));
 }
 
+// A name must fit the 512 bytes a packet keeps of it: every open and create
+// refuses a longer one (-214) rather than work on a cut name.
+TEST_F(FileLayer, NamesThatDoNotFitAreRefusedByEveryOpenAndCreate) {
+    DBFIELD f[] = {{"A", 'C', 5, 0}};
+    const struct { const char *file; std::function<int(char *)> create, open; } kinds[] = {
+        {"t.dbf", [&](char *p) { return DBCreateFile(p, 1, f, 1); }, [](char *p) { int h; return DBOpenFile(&h, p, 1); }},
+        {"t.fpt", [](char *p) { return DBfpCreateMemo(p, 1); }, [](char *p) { int h; return DBfpOpenMemo(&h, p, 0); }},
+        {"t.dbt", [](char *p) { return DBxbCreateMemo(p, 1, 3); }, [](char *p) { int h; return DBxbOpenMemo(&h, p, 3); }},
+    };
+    for (const auto &k : kinds)
+        for (size_t len : {511u, 512u, 600u}) {
+            std::string p = tmp_.dir() + "/";  // "././..." reaches any length and names the same file
+            while (p.size() + std::strlen(k.file) < len) p += len - p.size() - std::strlen(k.file) > 1 ? "./" : "/";
+            p += k.file;
+            const int want = len < 512 ? 0 : DBE_BADFILENAME;
+            EXPECT_EQ(k.create(C(p)), want) << k.file << " " << len;
+            EXPECT_EQ(xbt::fileExists(path(k.file)), len < 512) << k.file << " " << len;
+            EXPECT_EQ(k.open(C(p)), want) << k.file << " " << len;
+            std::remove(path(k.file).c_str());
+        }
+    DBTerminate();  // every open above was refused or is closed here
+    ASSERT_EQ(DBInitialize(64, 1), 0);
+}
+
 TEST_F(FileLayer, ReadsWritesAndPositions) {
     std::string p = make("rw.bin", "0123456789");
     int fd = openRw(p);
@@ -110,8 +120,13 @@ TEST_F(FileLayer, ReadsWritesAndPositions) {
     ASSERT_EQ(DBosSetFilePosition(fd, 4), 0);
     ASSERT_EQ(DBosReadData(fd, buf, 3), 0);
     EXPECT_STREQ(buf, "456");
-    // The length leaves the position where it was.
+    // The length and a positioned read (whole, short, or before the start)
+    // leave the position where it was.
     ASSERT_EQ(DBosFileLength(fd, &len), 0);
+    ASSERT_EQ(_DBosReadAt(fd, 1, buf, 2), 0);
+    EXPECT_EQ(std::string(buf, 3), "126");
+    EXPECT_EQ(_DBosReadAt(fd, 8, buf, 3) * 10 + qd_read_length, DBE_READ * 10 + 2);
+    EXPECT_EQ(_DBosReadAt(fd, -1, buf, 1), DBE_SEEK);
     ASSERT_EQ(DBosGetFilePosition(fd, &pos), 0);
     EXPECT_EQ(len * 100 + pos, 1007);
     ASSERT_EQ(DBosEndOfFile(fd, &eof), 0);
@@ -143,40 +158,27 @@ TEST_F(FileLayer, ShortWritesAreUnloggedAndFailedWritesLogged) {
     std::string p = make("w.bin", ""), lp = logTo("w.log");
     // With a 50-byte file-size limit, 100 bytes stop at 50 (short: -201, no
     // log line), and the next write fails with EFBIG (-201, logged).
-    pid_t pid = fork();
-    if (pid == 0) {
+    EXPECT_EQ(xbt::waitFor(xbt::spawn([&] {
         signal(SIGXFSZ, SIG_IGN);
         struct rlimit rl = {50, 50};
         setrlimit(RLIMIT_FSIZE, &rl);
         int fd = open(p.c_str(), O_RDWR);
         char buf[100] = {};
-        int a = DBosWriteData(fd, buf, 100, 0), b = DBosWriteData(fd, buf, 10, 0);
-        _exit(a == DBE_WRITE && b == DBE_WRITE ? 0 : 1);
-    }
-    int st = 0;
-    waitpid(pid, &st, 0);
-    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
+        return DBosWriteData(fd, buf, 100, 0) == DBE_WRITE && DBosWriteData(fd, buf, 10, 0) == DBE_WRITE ? 0 : 1;
+    })), 0);
     EXPECT_EQ(xbt::fileSize(p), 50);
     std::vector<std::string> lines = xbt::readLines(lp);
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].rfind("rdd/xbase/hwrite\t", 0), 0u);
 }
 
-std::vector<size_t> g_writes;
-long recordWrite(int fd, const void *buf, size_t len) {
-    g_writes.push_back(len);
-    return static_cast<long>(write(fd, buf, len));
-}
-
 TEST_F(FileLayer, SetFileSizeGrowsInKilobytePiecesAndCuts) {
     std::string p = make("g.bin", "0123456789");
     int fd = openRw(p);
-    DBSYSCALLS saved = _DBsys;
-    _DBsys.write = recordWrite;
+    xbt::Seams seams;
     EXPECT_EQ(DBosSetFileSize(fd, 3000), 0);
     EXPECT_EQ(DBosSetFileSize(fd, 3000), 0);  // the same size writes nothing
-    _DBsys = saved;
-    EXPECT_EQ(g_writes, (std::vector<size_t>{1024, 1024, 942}));
+    EXPECT_EQ(seams.sizes, (std::vector<size_t>{1024, 1024, 942}));
     std::vector<uint8_t> got = xbt::readFile(p);
     ASSERT_EQ(got.size(), 3000u);
     EXPECT_EQ(std::string(got.begin(), got.begin() + 10), "0123456789");
@@ -194,6 +196,17 @@ TEST_F(FileLayer, DeleteRenameAndExistence) {
     EXPECT_EQ(_DBIsFileThere(C(a)) * 10 + _DBIsFileThere(C(b)), 10);
     EXPECT_EQ(DBerrno, -205);  // existence tests leave the status alone
 
+    // A second name: a hard link, or where the file system refuses those, a
+    // copy; never over an existing name.
+    EXPECT_EQ(_DBosLinkFile(C(path("l1")), C(a)) + _DBosLinkFile(C(a), C(path("l1"))), DBE_NOPATH);
+    {
+        xbt::Seams seams;
+        _DBsys.link = [](const char *, const char *) { return errno = EPERM, -1; };
+        EXPECT_EQ(_DBosLinkFile(C(path("l2")), C(a)), 0);
+    }
+    struct stat s0, s1, s2;
+    ASSERT_EQ(stat(a.c_str(), &s0) | stat(path("l1").c_str(), &s1) | stat(path("l2").c_str(), &s2), 0);
+    EXPECT_TRUE(s0.st_ino == s1.st_ino && s0.st_ino != s2.st_ino && xbt::readFile(path("l2")) == xbt::readFile(a));
     EXPECT_EQ(_DBosRenameFile(C(b), C(a)), 0);  // new name first
     EXPECT_TRUE(xbt::fileExists(b));
     EXPECT_EQ(_DBosRenameFile(C(b), C(a)), DBE_NOTFOUND);
@@ -211,31 +224,21 @@ TEST_F(FileLayer, DeleteRenameAndExistence) {
     EXPECT_LT(_DBSysErr(EISDIR), 0);
 }
 
-int g_attempts = 0, g_sleeps = 0;
-int countSetlk(int fd, struct flock *fl) {
-    g_attempts++;
-    return fcntl(fd, F_SETLK, fl);
-}
-unsigned countSleep(unsigned) { return g_sleeps++, 0; }
-
 TEST_F(FileLayer, LocksAgainstAnotherProcessAndTheRetryRule) {
     std::string p = make("lk.bin", std::string(64, 'x'));
     int fd = openRw(p);
     {
         xbt::ChildLock child(p, 100, 10);
         ASSERT_TRUE(child.ok());
-        DBSYSCALLS saved = _DBsys;
-        _DBsys.setlk = countSetlk;
-        _DBsys.sleep = countSleep;
+        xbt::Seams seams;
         // N -> attempts, sleeps: N = 0 is one try with no sleep.
         for (const auto &[n, tries, sleeps] : {std::tuple{0, 1, 0}, {1, 1, 1}, {2, 2, 2}, {4, 4, 4}}) {
-            g_attempts = g_sleeps = 0;
+            seams.lockTries = seams.sleeps = 0;
             DBSetLockRetryCount(n);
             // Linux refuses F_SETLK with EAGAIN, which has no code of its own.
             EXPECT_EQ(DBosLockData(fd, 0, 105, 1), _DBSysErr(EAGAIN)) << n;
-            EXPECT_EQ(g_attempts * 10 + g_sleeps, tries * 10 + sleeps) << n;
+            EXPECT_EQ(seams.lockTries * 10 + seams.sleeps, tries * 10 + sleeps) << n;
         }
-        _DBsys = saved;
         DBSetLockRetryCount(0);
         EXPECT_EQ(DBbase.lckused, 0);  // a refused lock is not recorded
         DBSetErrorCode(0);  // success returns DBerrno as the caller left it
@@ -286,15 +289,14 @@ TEST_F(FileLayer, LockTableCapacityAndOverflow) {
     EXPECT_EQ(DBosTestLock(fd, 1, 1), 1);
     // Full: an exclusive lock is refused before the system is asked, while
     // shared locks and unlocks still go through.
-    DBSYSCALLS saved = _DBsys;
-    _DBsys.setlk = countSetlk;
-    g_attempts = 0;
-    EXPECT_EQ(DBosLockData(fd, 0, 2, 1), DBE_LOCKOVERFLOW);
-    EXPECT_EQ(g_attempts, 0);
-    DBSetErrorCode(0);
-    EXPECT_EQ(DBosLockData(fd, 2, 5, 1) + DBosLockData(fd, 1, 1, 1), 0);
-    EXPECT_EQ(g_attempts, 2);
-    _DBsys = saved;
+    {
+        xbt::Seams seams;
+        EXPECT_EQ(DBosLockData(fd, 0, 2, 1), DBE_LOCKOVERFLOW);
+        EXPECT_EQ(seams.lockTries, 0);
+        DBSetErrorCode(0);
+        EXPECT_EQ(DBosLockData(fd, 2, 5, 1) + DBosLockData(fd, 1, 1, 1), 0);
+        EXPECT_EQ(seams.lockTries, 2);
+    }
     EXPECT_EQ(DBosLockData(fd, 0, 2, 1), 0);
     EXPECT_FALSE(xbt::probeLock(p, 1, 1).blocked);
     EXPECT_TRUE(xbt::probeLock(p, 2, 1).blocked);

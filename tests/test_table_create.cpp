@@ -1,8 +1,10 @@
 // test_table_create.cpp - DBCreateFile: the limits of each style, the
 // rewriting of the caller's field list, and the exact bytes of the new file.
+#include "seams.h"
 #include "tablea_util.h"
 
 #include <cstdio>
+#include <functional>
 #include <tuple>
 
 using tablea::fld;
@@ -76,6 +78,24 @@ TEST_F(TableCreate, BytesOfNewTables) {
             EXPECT_EQ(std::tuple(f[i].len, f[i].type, f[i].decpl), std::tuple(len[i], type[i], i == 1 ? 2 : 0)) << i;
         EXPECT_STREQ(f[0].name, "NAME");
     }
+}
+
+// A create of a table or memo file that runs out of memory or cannot write fails and leaves no file behind.
+TEST_F(TableCreate, FailedCreatesLeaveNoFile) {
+    std::vector<DBFIELD> f = {fld("A", 'C', 5)};
+    std::string p = path("x");
+    const std::function<int()> creates[] = {
+        [&] { return tablea::create(p, f, 1); }, [&] { return DBfpCreateMemo(p.data(), 1); },
+        [&] { return DBxbCreateMemo(p.data(), 1, 3); }, [&] { return DBxbCreateMemo(p.data(), 4, 2); }};
+    for (const auto &create : creates)
+        for (bool memory : {true, false}) {
+            xbt::Seams seams;
+            (memory ? seams.allocsLeft : seams.writesLeft) = 0;
+            const int rc = create();
+            EXPECT_TRUE(rc == (memory ? DBE_NOMEMORY : DBE_WRITE) || (memory && rc == 0)) << rc;
+            EXPECT_EQ(xbt::fileExists(p), rc == 0) << rc;
+            std::remove(p.c_str());
+        }
 }
 
 }  // namespace

@@ -82,6 +82,7 @@ TEST_F(TableOpen, BadInput) {
         {"2000 descriptors claimed, file ends", 3, -1, 32 * 2000 + 33, A, 200, 1, DBE_READ},
         {"no terminator in 256 slots", '0', 301, 32 * 300 + 40, A, -1, 10, DBE_CORRUPT},
         {"negative record count", 3, -1, -1, -5, -1, 1, DBE_CORRUPT}, {"empty file", 3, -1, -1, A, 0, 1, DBE_READ},
+        {"records ending past 2^31 - 1", 3, -1, -1, (INT32_MAX - 97) / 16 + 1, -1, 1, DBE_CORRUPT},
         {"1 byte", 3, -1, -1, A, 1, 1, DBE_READ}, {"31 bytes", 3, -1, -1, A, 31, 1, DBE_READ},
         {"40 bytes", 3, -1, -1, A, 40, 1, DBE_READ}};
     RawDbf wide;
@@ -107,6 +108,13 @@ TEST_F(TableOpen, BadInput) {
     ASSERT_EQ(DBGetFieldNumber(h, &n, tablea::cs("f1999")), 0);
     EXPECT_EQ(n, 1999);
     EXPECT_EQ(DBGetFileInfo(h, nullptr), DBE_NULLPARAM);
+    ASSERT_EQ(DBCloseFile(h), 0);  // shared, it rereads a count another process damaged
+    ASSERT_EQ(tablea::open(&h, path("t.dbf"), 6 | DBO_SHARED), 0);
+    std::vector<uint8_t> b = xbt::readFile(path("t.dbf"));
+    b[4] = b[5] = b[6] = 0xFF, b[7] = 0x00;
+    xbt::writeFile(path("t.dbf"), b);
+    int32_t count = 0;
+    EXPECT_EQ(DBGetRecordCount(h, &count), DBE_CORRUPT);
     EXPECT_EQ(DBGetLastUpdate(h, nullptr, 4), DBE_NULLPARAM);
     ASSERT_EQ(DBCloseFile(h), 0);
     for (int bad : {h, -1, 0, 2, 60, 1000})

@@ -1,15 +1,10 @@
 // test_table_pack.cpp - DBPackFile: the packed table (through the library and python3-dbfread), backup
 // and work file names, the open mode kept, and a failed pack leaving the old table as it was.
-#include "xbtest.h"
-
-#include <unistd.h>
+#include "seams.h"
+#include "tablea_util.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <functional>
-#include <sstream>
-
-#include "os.h"
 
 namespace {
 
@@ -19,27 +14,8 @@ std::string name(int i) { return "PERSON " + std::to_string(1000 + i); }
 std::string qty(int i) { return std::to_string(i * 7 - 300); }
 std::string seen(int k, int i) { return std::to_string(k) + "\t0\t\"" + name(i) + "\"\t" + qty(i); }
 
-// At the pack's writes of copied records: note whether 1.DBF exists and another process sees t.dbf locked, or
-// fail as a full disk.
-std::string gDir;
-bool gFail = false, gSawWork1 = false, gLocked = false;
-long observingWrite(int fd, const void *buf, size_t len) {
-    if (len > 1000) {
-        gSawWork1 = xbt::fileExists(gDir + "/1.DBF");
-        const xbt::LockSeen s = xbt::probeLock(gDir + "/t.dbf", 0, 0x7FFFFFFF);
-        gLocked = s.blocked && s.start == 0 && s.len == 0x7FFFFFFF;
-        if (gFail) return errno = ENOSPC, -1;
-    }
-    return write(fd, buf, len);
-}
-
 class PackTest : public xbt::LibTest {
 protected:
-    void TearDown() override {
-        _DBsys = saved_;
-        xbt::LibTest::TearDown();
-    }
-    void watchWrites(bool fail) { gDir = tmp_.dir(), gFail = fail, _DBsys.write = observingWrite; }
     void append(int h, int i) {
         int32_t recno = 0;
         ASSERT_EQ(DBClearBuffer(h), 0);
@@ -50,8 +26,8 @@ protected:
     int people(const std::string &p, int n, std::function<bool(int)> gone, int mode = 1) {
         DBFIELD f[2] = {{"NAME", 'C', 20, 0}, {"QTY", 'N', 6, 0}};
         int h = -1;
-        EXPECT_EQ(DBCreateFile(const_cast<char *>(p.c_str()), 2, f, mode & 0x2FF), 0);
-        EXPECT_EQ(DBOpenFile(&h, const_cast<char *>(p.c_str()), mode), 0);
+        EXPECT_EQ(DBCreateFile(tablea::cs(p.c_str()), 2, f, mode & 0x2FF), 0);
+        EXPECT_EQ(tablea::open(&h, p, mode), 0);
         for (int i = 1; i <= n; i++) append(h, i);
         for (int i = 1; i <= n; i++) EXPECT_EQ(gone(i) ? DBMarkRecordInActive(h, i) : 0, 0) << i;
         return h;
@@ -60,17 +36,25 @@ protected:
         int32_t n = -1;
         return DBGetRecordCount(h, &n) == 0 ? n : -2;
     }
-    DBSYSCALLS saved_ = _DBsys;
+    // While the pack writes copied records (large writes): whether 1.DBF exists and another process sees t.dbf
+    // wholly locked; with `fail`, the disk is full then.
+    void watch(xbt::Seams &seams, bool fail) {
+        seams.failErrno = ENOSPC;
+        seams.watch = [this, fail](int, size_t n) {
+            if (n <= 1000) return false;
+            const xbt::LockSeen s = xbt::probeLock(path("t.dbf"), 0, 0x7FFFFFFF);
+            sawWork1_ = xbt::fileExists(path("1.DBF")), locked_ = s.blocked && s.start == 0 && s.len == 0x7FFFFFFF;
+            return fail;
+        };
+    }
+    bool sawWork1_ = false, locked_ = false;
 };
 
-// python3-dbfread's record lines for a table; its own cross-check must pass.
+// python3-dbfread's records of a table, as dbfread_dump.py prints them.
 std::vector<std::string> dbfread(const std::string &p) {
-    int status = -1;
-    std::istringstream out(xbt::run("/usr/bin/python3 " XB_SOURCE_DIR "/tests/support/dbfread_dump.py '" + p + "' 2>&1", &status));
-    EXPECT_TRUE(status == 0 && out.str().find("\ncheck\tok\n") != std::string::npos) << out.str();
     std::vector<std::string> recs;
-    for (std::string line; std::getline(out, line);)
-        if (line.rfind("record\t", 0) == 0) recs.push_back(line.substr(7));
+    for (const auto &l : tablea::dbfread(p))
+        if (l[0] == "record") recs.push_back(l[1] + "\t" + l[2] + "\t" + l[3] + "\t" + l[4]);
     return recs;
 }
 
@@ -127,9 +111,10 @@ TEST_F(PackTest, BackupAndWorkFileNames) {
     }
     xbt::writeFile(path("0.DBF"), std::string("not ours"));
     int h = people(path("t.dbf"), 700, [](int i) { return i == 1; }, 1 | DBO_AUTOLOCK);
-    watchWrites(false);
+    xbt::Seams seams;
+    watch(seams, false);
     ASSERT_EQ(DBPackFile(&h), 0);
-    EXPECT_TRUE(gSawWork1 && gLocked);
+    EXPECT_TRUE(sawWork1_ && locked_);
     DBFILEINFO fi{};
     ASSERT_EQ(DBGetFileInfo(h, &fi), 0);
     EXPECT_TRUE(fi.flags.isshareable == 1 && fi.flags.isunbuffered == 1 && fi.lockt == 0);
@@ -160,9 +145,11 @@ TEST_F(PackTest, AFailureBeforeTheRenamesLeavesTheOldTableAsItWas) {
     ASSERT_EQ(DBOpenFile(&ro, const_cast<char *>(p.c_str()), 1 | DBO_READONLY), 0);
     EXPECT_EQ(DBPackFile(&ro), DBE_READONLY);
     untouched("bad arguments");
-    watchWrites(true);  // the disk fills up while the records are copied
-    EXPECT_EQ(DBPackFile(&h), DBE_WRITE);
-    _DBsys = saved_;
+    {
+        xbt::Seams seams;
+        watch(seams, true);  // the disk fills up while the records are copied
+        EXPECT_EQ(DBPackFile(&h), DBE_WRITE);
+    }
     untouched("disk full");
     DBFILEINFO fi{};
     ASSERT_EQ(DBGetFileInfo(h, &fi), 0);  // its own locks and write-through mode are back as they were
@@ -175,6 +162,23 @@ TEST_F(PackTest, AFailureBeforeTheRenamesLeavesTheOldTableAsItWas) {
     }
     ASSERT_EQ(DBPackFile(&h), 0);  // after all that, the pack works
     EXPECT_EQ(count(h), 525);
+}
+
+// A pack whose first flush cannot write the appends still in the cache fails and keeps them: the count and the cache
+// as they were, and the close writes them.
+TEST_F(PackTest, AFailedFirstFlushKeepsTheCachedAppends) {
+    const std::string p = path("c.dbf");
+    int h = people(p, 6, [](int) { return false; });
+    {
+        xbt::Seams seams;
+        seams.writesLeft = 0, seams.failErrno = EFBIG;  // a file-size limit
+        EXPECT_EQ(DBPackFile(&h), DBE_WRITE);
+    }
+    EXPECT_EQ(count(h), 6);
+    ASSERT_EQ(DBCloseFile(h), 0);
+    std::vector<std::string> want;
+    for (int i = 1; i <= 6; i++) want.push_back(seen(i, i));
+    EXPECT_EQ(dbfread(p), want);
 }
 
 }  // namespace

@@ -1,27 +1,13 @@
 // test_table_records.cpp - the record buffer and cache: reads, appends,
 // rewrites and flushes, checked by the bytes on disk and when they go out.
 #include "tablea_util.h"
-
-#include "os.h"
+#include "seams.h"
 
 #include <unistd.h>
 
 using tablea::cs;
 
 namespace {
-
-// Sizes of the writes that reach the system; `failing` makes them fail.
-struct WriteSpy {
-    static inline std::vector<size_t> sizes;
-    static inline bool failing = false;
-    static long write(int fd, const void *buf, size_t len) {
-        if (failing) return errno = EIO, -1;
-        return sizes.push_back(len), static_cast<long>(::write(fd, buf, len));
-    }
-    decltype(_DBsys.write) saved = _DBsys.write;
-    WriteSpy() { sizes.clear(), failing = false, _DBsys.write = &WriteSpy::write; }
-    ~WriteSpy() { _DBsys.write = saved; }
-};
 
 // Records from..to: NAME "ri", QTY 10 * i; with `marks`, deleted when i % 7 == 0.
 std::string recs(int from, int to, bool marks = false) {
@@ -129,7 +115,7 @@ TEST_F(TableRecords, WritesAndTheYearByte) {
         int32_t k = 2;
         c.compat ? setenv("DB_XBASE80_COMPAT", "1", 1) : unsetenv("DB_XBASE80_COMPAT");
         if (c.rewrite) ASSERT_EQ(DBGetRecord(h, 2) + DBPutStrField(h, 0, cs("changed")), 0);
-        WriteSpy spy;
+        xbt::Seams spy;
         ASSERT_EQ(c.rewrite ? DBPutRecord(h, &k, DB_REWRITE) : put(h, 3), 0);
         if (!c.unbuf) EXPECT_TRUE(spy.sizes.empty()) << "buffered writes wait for the flush";
         DBTerminate();
@@ -169,19 +155,41 @@ TEST_F(TableRecords, RefusedWrites) {
     EXPECT_EQ(xbt::readFile(path("t.dbf")), before);
 }
 
-// A flush that cannot write fails, keeps the table open and its changes.
+// A flush that cannot write fails, keeps the table open and its changes; when it never can, termination still frees
+// everything the table owns.
 TEST_F(TableRecords, FailedFlushIsRetried) {
-    const int h = table(1, 1);
+    xbt::Seams seams;
+    int h = table(1, 1);
     ASSERT_EQ(put(h, 2), 0);
     const std::vector<uint8_t> before = xbt::readFile(path("t.dbf"));
-    WriteSpy spy;
-    spy.failing = true;
+    seams.writesLeft = 0;
     EXPECT_EQ(DBFlushFile(h), DBE_WRITE);
     EXPECT_EQ(DBCloseFile(h), DBE_WRITE);
-    spy.failing = false;
+    seams.writesLeft = -1;
     EXPECT_EQ(xbt::readFile(path("t.dbf")), before);
     ASSERT_EQ(DBCloseFile(h), 0);
     EXPECT_EQ(file(), recs(1, 2) + "\x1a");
+    h = table(1, 1);
+    ASSERT_EQ(put(h, 2), 0);
+    seams.writesLeft = 0;
+    DBTerminate();
+    EXPECT_TRUE(seams.live.empty()) << seams.live.size() << " blocks left";
+    ASSERT_EQ(DBInitialize(64, 1), 0);
+}
+
+// An append to a table whose file ends before the records its header counts (opened with 207) is refused (-206),
+// buffered or not, and writes nothing.
+TEST_F(TableRecords, AppendToAShortFileIsRefused) {
+    for (int mode : {1, 1 | DBO_UNBUFFERED}) {
+        tablea::RawDbf t;
+        t.count = 1000, t.field("NAME", 'C', 10).field("QTY", 'N', 5).records = {recs(1, 3)};
+        t.write(path("t.dbf"));
+        int h = -1;
+        ASSERT_EQ(tablea::open(&h, path("t.dbf"), mode), DBW_BADFILELEN);
+        EXPECT_EQ(put(h, 1001), DBE_CORRUPT);
+        EXPECT_EQ(DBCloseFile(h), 0);
+        EXPECT_EQ(xbt::readFile(path("t.dbf")), t.bytes()) << mode;
+    }
 }
 
 }  // namespace

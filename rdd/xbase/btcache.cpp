@@ -3,6 +3,7 @@
 // buffer, written back when dirty. Every index family reads and writes its
 // pages through here, each with its own page size and write policy.
 #include "btree.h"
+#include "os.h"
 
 #include <errno.h>
 #include <sys/mman.h>
@@ -163,28 +164,6 @@ void _control(const DBIPC &e) {
     DBpc[0].pn = e.page_number;
 }
 }  // namespace
-
-int _DBosReadAt(int fd, int32_t off, void *buf, int len) {
-    const ssize_t n = pread(fd, buf, static_cast<size_t>(len), static_cast<off_t>(off));
-    if (n == len) return 0;
-    if (n < 0 && errno == EBADF) return here.fail(DBE_BADHANDLE, __LINE__);
-    return here.fail(DBE_READ, __LINE__);
-}
-
-int _DBosWriteAt(int fd, int32_t off, const void *buf, int len, int16_t flush) {
-    const ssize_t n = pwrite(fd, buf, static_cast<size_t>(len), static_cast<off_t>(off));
-    if (n < 0) {
-        const int e = errno;
-        if (e == EBADF) return here.fail(DBE_BADHANDLE, __LINE__);
-        if (e == EIO || e == EFBIG || e == ENOSPC) return here.fail(DBE_WRITE, __LINE__);
-        return here.fail(_DBSysErr(e), __LINE__);
-    }
-    if (n != len) return here.fail(DBE_WRITE, __LINE__);
-    // Writes reach the system at once (see DBosFlushFile): the flush flag
-    // asks for nothing more.
-    (void)flush;
-    return 0;
-}
 
 namespace {
 int32_t _fileLength(int fd) {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "core.h"
+#include "os.h"
 
 #include <algorithm>
 
@@ -134,10 +135,6 @@ void _DBPagePin(DBPAGECACHE &c, int32_t page, bool on);
 // failure with 209 and the count reached in *size.
 int _DBPageResize(DBPAGECACHE &c, const DBPAGEFILE &f, int16_t *size);
 
-// Positioned reads and writes of the index families (one system call each).
-// A short read is -202, a failed write -201 or the mapped system error.
-int _DBosReadAt(int fd, int32_t off, void *buf, int len);
-int _DBosWriteAt(int fd, int32_t off, const void *buf, int len, int16_t flush);
 
 // ---------------------------------------------------------------------------
 // Descent path

@@ -221,6 +221,19 @@ int _DBstricmp(const char *a, const char *b);
 // Overlap-safe copy; a negative count copies nothing.
 void *_DBmemmove(void *dst, const void *src, int count);
 
+// The length of the directory part of a path: up to and including the last
+// '/', '\\' or ':' (0 when there is none).
+size_t _DBDirLength(const char *path);
+// "<directory><base name without its last extension><ext>" of path, in out
+// (cap bytes): the backup and marker names beside a file. False when it
+// does not fit.
+bool _DBSiblingName(char *out, size_t cap, const char *path, const char *ext);
+
+// Whether a file name fits the packets' name member with its NUL. Every
+// open and create refuses longer names (-214): a name cut to fit would
+// name another file, and a pack would then rename that one.
+inline bool _DBNameFits(const char *name) { return strnlen(name, sizeof(DBPKTHDR::n)) < sizeof(DBPKTHDR::n); }
+
 // Bounded copy that always terminates (dst holds cap bytes).
 inline void _DBCopyName(char *dst, size_t cap, const char *src) {
     size_t n = std::strlen(src);

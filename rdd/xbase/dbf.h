@@ -53,11 +53,22 @@ struct DBRECBFR {
     char *p;       // cache block
     char *r;       // record buffer (current record)
     int16_t *io;   // offset of each cache slot in p
+    char *dm;      // a mark per slot (DBSLOT_*); kept up in shared tables only
     int bl;        // block length in bytes (rl * record length)
     int rl;        // capacity in records
     int nr;        // records held (0 = empty)
     char s;        // 0x40 changed records, 0x20 appended records
 };
+
+// What a cached record of a shared table is with respect to the file.
+// Another process may change any record it holds the lock of, so a shared
+// table's flush writes only the records changed here (not the whole block,
+// which would put back other processes' records as we last read them), and
+// a record read before its lock was taken is read again once it is locked.
+// An exclusive table's marks stay DBSLOT_READ: it writes whole blocks.
+constexpr char DBSLOT_READ = 0;     // as read from the file
+constexpr char DBSLOT_CHANGED = 1;  // changed or appended here, not yet written
+constexpr char DBSLOT_STALE = 2;    // read before a lock on it: read it again before use
 
 // Type 1 packet: an open table.
 struct DBDATAPKT {
@@ -87,6 +98,9 @@ int _DBFlushFile();
 int _DBAllocCache();
 // Make the cache of `d` hold record k.
 int _DBFillCache(DBDATAPKT *d, int32_t k);
+// A lock on record k (0: on every record) of shared table d was just taken:
+// the cached copies it now protects are marked stale.
+void _DBCacheForget(DBDATAPKT *d, int32_t k);
 // Record input and output on DBxbd.
 int _DBGetRecord(int32_t recno);
 int _DBAppendRecord(int32_t *recno);
@@ -140,6 +154,11 @@ bool _DBRecordIsLocked(int32_t recno);
 // File offset of record k (1-based) of table d. Records past what a 32-bit
 // offset can address give -204 instead of a wrapped position.
 int _DBRecordOffset(const DBDATAPKT *d, int32_t k, int32_t *off);
+
+// Where n records of table d end, in 64 bits: the offsets of these files are
+// 32-bit, so a count whose end passes 2^31 - 1 is a damaged header (-206),
+// and an append whose end mark would not fit below it is refused.
+inline int64_t _DBTableEnd(const DBDATAPKT *d, int64_t n) { return d->h.h + n * d->h.r; }
 
 // Address of cache slot i: slot offsets are i * record length (io[] holds
 // the same values; the cache is never sized beyond what io can express).

@@ -27,21 +27,27 @@ extern "C" DBAPI int DBGetSetCacheSize(int handle, int *nrecs, int get) {
     // no longer fit.
     const int most = INT16_MAX / r + 1;
     if (count > most) count = most;
-    DBOwned<char> block;
+    DBOwned<char> block, marks;
     DBOwned<int16_t> io;
     if (block.alloc(static_cast<size_t>(count) * r, here.id, __LINE__) != 0 ||
-        io.alloc(static_cast<size_t>(count), here.id, __LINE__) != 0) {
+        io.alloc(static_cast<size_t>(count), here.id, __LINE__) != 0 ||
+        marks.alloc(static_cast<size_t>(count), here.id, __LINE__) != 0) {
         // The old cache stays in service.
         return _DBStatus(DBW_PARTIALALLOC);
     }
     for (int i = 0; i < count; i++) io[static_cast<size_t>(i)] = static_cast<int16_t>(i * r);
     if (b.nr > count) b.nr = count;
-    if (b.p && b.nr > 0) std::memcpy(block.get(), b.p, static_cast<size_t>(b.nr) * r);
+    if (b.p && b.nr > 0) {
+        std::memcpy(block.get(), b.p, static_cast<size_t>(b.nr) * r);
+        std::memcpy(marks.get(), b.dm, static_cast<size_t>(b.nr));
+    }
     if (!b.p) b.nr = 0;
     if (b.p) DBFreeMemory(b.p, here.id, __LINE__);
     if (b.io) DBFreeMemory(b.io, here.id, __LINE__);
+    if (b.dm) DBFreeMemory(b.dm, here.id, __LINE__);
     b.p = block.release();
     b.io = io.release();
+    b.dm = marks.release();
     b.rl = count;
     b.bl = count * r;
     *nrecs = count;

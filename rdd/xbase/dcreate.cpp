@@ -127,8 +127,9 @@ extern "C" DBAPI int DBCreateFile(char *filename, int nfields, DBFIELD *fields, 
     int rc = DBosWriteData(fdesc, p, static_cast<int>(size), 0);
     if (rc != 0) here.fail(rc, __LINE__);
     const int crc = DBosCloseFile(fdesc);
+    if (rc == 0) rc = crc;
     // A write that failed is the answer even when the close went well: the
-    // file on disk is not the table that was asked for.
-    if (rc != 0) return _DBStatus(rc);
-    return _DBStatus(crc);
+    // file on disk is not the table that was asked for, and it goes.
+    if (rc != 0) _DBosDeleteFile(filename);
+    return _DBStatus(rc);
 }

@@ -180,6 +180,7 @@ int _readLock(int kind, int32_t recno) {
     const int rc = _range(2, start, len);
     if (rc != 0) return here.fail(rc, __LINE__);
     _readLocks[_readUsed++] = _ReadLock{d, fd, start, len};
+    if (kind != DBLK_HEADER) _DBCacheForget(d, kind == DBLK_RECORD ? recno : 0);
     return 0;
 }
 }  // namespace
@@ -297,6 +298,7 @@ int _DBLockFile() {
     if (rc != 0) return here.fail(rc, __LINE__);
     d->ph.ls = LS_FILE;
     d->numlcks = 1;
+    _DBCacheForget(d, 0);
     rc = _reread();
     if (rc != 0) {
         // A lock whose header could not be read is of no use to the caller,
@@ -320,6 +322,9 @@ int _lockHeaderKind(int kind, char bit) {
     if (rc != 0) return here.fail(rc, __LINE__);
     d->ph.ls = static_cast<char>(d->ph.ls | bit);
     d->numlcks++;
+    // An append lock also allows rewrites of any record (a header lock
+    // only guards the count, which the reread below brings up to date).
+    if (kind == DBLK_APPEND) _DBCacheForget(d, 0);
     rc = _reread();
     if (rc != 0) {
         _release(start, len);
@@ -365,6 +370,7 @@ int _DBLockRecord(int32_t recno) {
     if (rc != 0) return here.fail(rc, __LINE__);
     d->ph.ls = static_cast<char>(d->ph.ls | LS_RECORD);
     d->numlcks++;
+    _DBCacheForget(d, recno);
     return 0;
 }
 

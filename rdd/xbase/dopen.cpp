@@ -2,6 +2,7 @@
 // that decide whether a file is a table of the style the caller asked for,
 // the in-memory field array, and the record buffer and cache set-up.
 #include "dbf.h"
+#include "memo.h"
 #include "os.h"
 
 #include <cstdlib>
@@ -154,9 +155,10 @@ int _open(DBDATAPKT *d, char *filename) {
 
     if ((style == 2 || style == 8) && h.mdx > 1) return here.fail(DBE_MDXFLAG, __LINE__);
     if (style == 10 && h.mdx == 2) h.mdx = 0;
-    // A negative count is no table at all: every offset computed from it
+    // A negative count is no table at all, nor one whose records would end
+    // beyond what a 32-bit offset reaches: every offset computed from it
     // would be wrong.
-    if (h.n < 0) return here.fail(DBE_CORRUPT, __LINE__);
+    if (h.n < 0 || _DBTableEnd(d, h.n) > INT32_MAX) return here.fail(DBE_CORRUPT, __LINE__);
 
     const int arealen = hl - 32;
     DBOwned<uint8_t> area;
@@ -182,10 +184,12 @@ void _DBFreeTableBuffers(DBDATAPKT *d) {
     if (d->b.r) DBFreeMemory(d->b.r, here.id, __LINE__);
     if (d->b.p) DBFreeMemory(d->b.p, here.id, __LINE__);
     if (d->b.io) DBFreeMemory(d->b.io, here.id, __LINE__);
+    if (d->b.dm) DBFreeMemory(d->b.dm, here.id, __LINE__);
     d->f = nullptr;
     d->b.r = nullptr;
     d->b.p = nullptr;
     d->b.io = nullptr;
+    d->b.dm = nullptr;
     d->b.nr = 0;
 }
 
@@ -204,14 +208,17 @@ int _DBAllocCache() {
     DBOwned<int16_t> io;
     if (io.alloc(static_cast<size_t>(count), here.id, __LINE__) != 0) return DBerrno;
     for (int i = 0; i < count; i++) io[static_cast<size_t>(i)] = static_cast<int16_t>(i * r);
-    DBOwned<char> block;
+    DBOwned<char> block, marks;
     if (!d->ph.m.always_flush) {
         if (block.alloc(static_cast<size_t>(count) * r, here.id, __LINE__) != 0) return DBerrno;
+        if (marks.alloc(static_cast<size_t>(count), here.id, __LINE__) != 0) return DBerrno;
     }
     if (d->b.p) DBFreeMemory(d->b.p, here.id, __LINE__);
     if (d->b.io) DBFreeMemory(d->b.io, here.id, __LINE__);
+    if (d->b.dm) DBFreeMemory(d->b.dm, here.id, __LINE__);
     d->b.p = block.release();
     d->b.io = io.release();
+    d->b.dm = marks.release();
     d->b.rl = count;
     // A write-through table has no block: every record goes straight to
     // the file through the record buffer.
@@ -250,6 +257,7 @@ extern "C" DBAPI int DBOpenFile(int *handle, char *filename, int mode) {
         if ((mode & DBO_MULTILOCK) && d->ph.m.shared) d->ph.m.multi_locks = 1;
         if (d->ph.m.shared) d->ph.m.read_header_information = 1;
         rc = _open(d, filename);
+        if (rc == 0) rc = _DBMemoPackRecover(filename);
     }
     if (rc != 0) {
         // Nothing of a failed open survives: descriptor, buffers, slot.
@@ -267,7 +275,7 @@ extern "C" DBAPI int DBOpenFile(int *handle, char *filename, int mode) {
     // table stays usable.
     int32_t len = 0;
     if (DBosFileLength(d->ph.dh, &len) != 0) return _DBStatus(DBW_BADFILELEN);
-    const int64_t e = static_cast<int64_t>(d->h.h) + static_cast<int64_t>(d->h.n) * d->h.r;
+    const int64_t e = _DBTableEnd(d, d->h.n);
     if (len != e && len != e + 1 && len != e + d->h.r) return _DBStatus(DBW_BADFILELEN);
     return _DBStatus(0);
 }

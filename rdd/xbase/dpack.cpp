@@ -27,10 +27,15 @@ public:
     _OldTable &operator=(const _OldTable &) = delete;
     ~_OldTable() {
         if (done_) return;
-        // The shared block was overwritten by the compaction: whatever the
-        // cache claims to hold is not the file's content any more.
-        d_->b.nr = 0;
-        d_->b.s = 0;
+        // Once the copy has used the block, whatever the cache claims to
+        // hold is not the file's content any more. Before that it is left
+        // alone: it may hold appends that the first flush could not write,
+        // and dropping them while the count still includes them would let
+        // the next flush write a count with no records behind it.
+        if (borrowed_) {
+            d_->b.nr = 0;
+            d_->b.s = 0;
+        }
         DBDATAPKT *keep = DBxbd;
         DBxbd = d_;
         if (rl_ > 0 && d_->b.rl != rl_) {
@@ -46,6 +51,7 @@ public:
         rl_ = rl;
     }
     void lockedHere() { locked_ = true; }
+    void borrowed() { borrowed_ = true; }
     void done() { done_ = true; }
 
 private:
@@ -54,6 +60,7 @@ private:
     int handle_ = -1;
     int rl_ = 0;
     bool locked_ = false;
+    bool borrowed_ = false;
     bool done_ = false;
 };
 
@@ -89,6 +96,7 @@ public:
         borrowed_ = true;
         d->b.p = old->b.p;
         d->b.io = old->b.io;
+        d->b.dm = old->b.dm;
         d->b.bl = old->b.bl;
         d->b.rl = old->b.rl;
         d->b.nr = 0;
@@ -101,6 +109,7 @@ public:
         if (d) {
             d->b.p = own_.p;
             d->b.io = own_.io;
+            d->b.dm = own_.dm;
             d->b.bl = own_.bl;
             d->b.rl = own_.rl;
             d->b.nr = 0;
@@ -128,36 +137,6 @@ private:
     bool borrowed_ = false;
     DBRECBFR own_{};
 };
-
-// Split a file name into its directory (up to and including the last ':',
-// '\\' or '/') and base name.
-size_t _dirLength(const char *name) {
-    size_t cut = 0;
-    for (size_t i = 0; name[i]; i++)
-        if (name[i] == ':' || name[i] == '\\' || name[i] == '/') cut = i + 1;
-    return cut;
-}
-
-// "<dir><base>.BAK": the extension (from the base name's last '.') is
-// replaced, or ".BAK" appended when there is none.
-bool _backupName(char *out, const char *dir, const char *base) {
-    char stem[NAMECAP];
-    if (std::snprintf(stem, sizeof stem, "%s", base) >= static_cast<int>(sizeof stem)) return false;
-    char *dot = std::strrchr(stem, '.');
-    if (dot) *dot = '\0';
-    char withext[NAMECAP];
-    if (std::snprintf(withext, sizeof withext, "%s.BAK", stem) >= static_cast<int>(sizeof withext)) return false;
-    return std::snprintf(out, NAMECAP, "%s%s", dir, withext) < NAMECAP;
-}
-
-// The first "<dir><n>.DBF" that does not exist.
-int _tempName(char *out, const char *dir) {
-    for (int n = 0; n < 100000; n++) {
-        if (std::snprintf(out, NAMECAP, "%s%d%s", dir, n, ".DBF") >= NAMECAP) break;
-        if (!_DBIsFileThere(out)) return 0;
-    }
-    return here.fail(DBE_BADFILENAME, __LINE__);
-}
 
 // Copy the active records of `old` into `nw` through the shared block.
 int _copy(DBDATAPKT *old, DBDATAPKT *nw) {
@@ -229,12 +208,12 @@ int _pack(int *handle) {
     }
 
     // 4. Backup name.
-    const size_t cut = _dirLength(name);
+    const size_t cut = _DBDirLength(name);
     char dir[NAMECAP];
     std::memcpy(dir, name, cut);
     dir[cut] = '\0';
     char backup[NAMECAP];
-    if (!_backupName(backup, dir, name + cut)) return here.fail(DBE_BADFILENAME, __LINE__);
+    if (!_DBSiblingName(backup, sizeof backup, name, ".BAK")) return here.fail(DBE_BADFILENAME, __LINE__);
 
     // 5. Cache size to restore, and the field list to recreate.
     int cache = 0;
@@ -262,7 +241,7 @@ int _pack(int *handle) {
 
     // 6, 7. The new table beside the old one.
     char temp[NAMECAP];
-    if (_tempName(temp, dir) != 0) return DBerrno;
+    if (_DBFreeName(temp, sizeof temp, dir, ".DBF") != 0) return DBerrno;
     _NewTable nw;
     int rc = DBCreateFile(temp, nf, fields.get(), style | (old->h.mdx ? 0x200 : 0));
     if (rc < 0) {
@@ -282,6 +261,7 @@ int _pack(int *handle) {
     DBDATAPKT *np = nw.packet();
     if (!np || np->h.r != old->h.r) return here.fail(DBE_RECLEN, __LINE__);
     DBxbd = old;
+    guard.borrowed();
     old->b.nr = 0;  // start the reads at record 1, whatever the cache held
     old->b.s = 0;
     nw.borrow(old);
@@ -291,8 +271,12 @@ int _pack(int *handle) {
     nw.detach();
     if (rc < 0) return _DBStatus(rc);
 
-    // 11. Hand over: close both, move the old file to the backup name and
-    // the new one to the old name, reopen.
+    // 11. Hand over: close both, give the old file the backup name as a
+    // second name, and rename the new file over the old name. A rename
+    // replaces its target in one step, so at every moment, a crash
+    // included, the table's name holds the old file or the new one; the
+    // old order (old name to backup, then new file to old name) left no
+    // file under the name in between.
     rc = nw.close();
     if (rc < 0) return _DBStatus(rc);
     rc = DBCloseFile(*handle);
@@ -303,13 +287,17 @@ int _pack(int *handle) {
     }
     guard.done();
     *handle = -1;
-    rc = _DBosDeleteFile(backup);
-    if (rc < 0) return rc;
     DBerrno = 0;
-    rc = _DBosRenameFile(backup, name);
-    if (rc < 0) return rc;
-    rc = _DBosRenameFile(name, temp);
-    if (rc < 0) return rc;
+    rc = _DBosDeleteFile(backup);
+    if (rc >= 0) rc = _DBosLinkFile(backup, name);
+    if (rc >= 0) rc = _DBosRenameFile(name, temp);
+    if (rc < 0) {
+        // The old file is still under its name: open it again, so that the
+        // caller keeps a table, and report why the pack did not happen.
+        _DBosDeleteFile(temp);
+        DBOpenFile(handle, name, reopen);
+        return _DBStatus(rc);
+    }
     rc = DBOpenFile(handle, name, reopen);
     if (rc < 0) return rc;
     if (cache > 0) {

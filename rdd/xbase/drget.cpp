@@ -4,8 +4,13 @@
 #include "dbf.h"
 #include "os.h"
 
+#include <algorithm>
+
 namespace {
 constexpr DBSite here{"rdd/xbase/drget"};
+
+// The most a read that jumps away from the cached block brings in.
+constexpr int kJumpBytes = 1024;
 
 // Runs the flush of another packet than the current one and puts the
 // current table back afterwards.
@@ -48,7 +53,17 @@ int _DBBufferFieldSize(const DBFIELDSTRUC &f, bool put) {
 
 int _DBFillCache(DBDATAPKT *d, int32_t k) {
     DBRECBFR &b = d->b;
-    if (b.nr > 0 && k >= b.fr && k - b.fr < b.nr) return 0;
+    if (b.nr > 0 && k >= b.fr && k - b.fr < b.nr) {
+        const int i = k - b.fr;
+        if (b.dm[i] != DBSLOT_STALE) return 0;
+        // Cached before its lock was taken: the file has the record as the
+        // last holder of the lock left it. It alone is read again.
+        int32_t off = 0;
+        if (_DBRecordOffset(d, k, &off) != 0) return DBerrno;
+        if (_DBosReadAt(d->ph.dh, off, _DBCacheSlot(d, i), d->h.r) != 0) return DBerrno;
+        b.dm[i] = DBSLOT_READ;
+        return 0;
+    }
     if (!b.p) return here.fail(DBE_BADCOMMAND, __LINE__);
     if (b.s != 0) {
         _CurrentTable cur(d);
@@ -57,24 +72,37 @@ int _DBFillCache(DBDATAPKT *d, int32_t k) {
     int32_t off = 0;
     if (_DBExistingRecordOffset(d, k, &off) != 0) return DBerrno;
     const int64_t left = static_cast<int64_t>(d->h.n) + 1 - k;
-    const int count = left < b.rl ? static_cast<int>(left) : b.rl;
+    int count = left < b.rl ? static_cast<int>(left) : b.rl;
+    // A read that carries on where the block ended (or starts afresh) takes
+    // a whole block: the records after k are likely next. A jump elsewhere
+    // takes what one short transfer brings: a system call costs the same up
+    // to about a kilobyte, and more beyond it, for records that a random
+    // reader seldom wants.
+    const bool onward = b.nr == 0 || k == b.fr + b.nr;
+    if (!onward && count * d->h.r > kJumpBytes) count = std::max(1, kJumpBytes / d->h.r);
     // The block is about to be overwritten: until the read succeeds it
     // holds nothing.
     b.nr = 0;
-    if (DBosSetFilePosition(d->ph.dh, off) != 0) return here.fail(DBerrno, __LINE__);
     const int want = count * d->h.r;
-    if (DBosReadData(d->ph.dh, b.p, want) != 0) {
+    if (_DBosReadAt(d->ph.dh, off, b.p, want) != 0) {
         // A file cut short (opened with warning 207) still gives the whole
         // records it has; only when even record k is missing is the read a
         // failure.
         if (qd_read_length < d->h.r) return DBerrno;
-        b.fr = k;
-        b.nr = qd_read_length / d->h.r;
-        return _DBStatus(0);
+        count = qd_read_length / d->h.r;
+        DBerrno = 0;
     }
+    std::memset(b.dm, DBSLOT_READ, static_cast<size_t>(count));
     b.fr = k;
     b.nr = count;
     return 0;
+}
+
+void _DBCacheForget(DBDATAPKT *d, int32_t k) {
+    DBRECBFR &b = d->b;
+    if (!d->ph.m.shared || !b.p) return;
+    for (int i = 0; i < b.nr; i++)
+        if ((k == 0 || b.fr + i == k) && b.dm[i] == DBSLOT_READ) b.dm[i] = DBSLOT_STALE;
 }
 
 int _DBGetRecord(int32_t recno) {
@@ -82,8 +110,7 @@ int _DBGetRecord(int32_t recno) {
     int32_t off = 0;
     if (_DBExistingRecordOffset(d, recno, &off) != 0) return DBerrno;
     if (d->ph.m.always_flush || !d->b.p) {
-        if (DBosSetFilePosition(d->ph.dh, off) != 0) return here.fail(DBerrno, __LINE__);
-        if (DBosReadData(d->ph.dh, d->b.r, d->h.r) != 0) return DBerrno;
+        if (_DBosReadAt(d->ph.dh, off, d->b.r, d->h.r) != 0) return DBerrno;
     } else {
         if (_DBFillCache(d, recno) != 0) return DBerrno;
         std::memcpy(d->b.r, _DBCacheSlot(d, recno - d->b.fr), d->h.r);

@@ -94,15 +94,31 @@ DBWriteLock::~DBWriteLock() {
     DBerrno = status;
 }
 
+namespace {
+// Whether the file holds every record before the one at offset `off`. A
+// header whose count runs past the end of the file (warning 207 at open) would
+// otherwise have the append write far beyond it, leaving a hole of zero
+// bytes that reads as records, and that a pack would copy in full.
+int _fileReaches(const DBDATAPKT *d, int32_t off) {
+    int32_t len = 0;
+    if (DBosFileLength(d->ph.dh, &len) != 0) return here.fail(DBerrno, __LINE__);
+    if (len < off) return here.fail(DBE_CORRUPT, __LINE__);
+    return 0;
+}
+}  // namespace
+
 int _DBAppendRecord(int32_t *recno) {
     DBDATAPKT *d = DBxbd;
     DBRECBFR &b = d->b;
-    if (d->h.n == INT32_MAX) return here.fail(DBE_SEEK, __LINE__);
+    // The new record and the end mark after it must lie within what a
+    // 32-bit offset reaches.
+    if (_DBTableEnd(d, static_cast<int64_t>(d->h.n) + 1) >= INT32_MAX) return here.fail(DBE_SEEK, __LINE__);
     const int32_t k = d->h.n + 1;
+    int32_t off = 0;
+    if (_DBRecordOffset(d, k, &off) != 0) return DBerrno;
     d->b.r[0] = ' ';
     if (d->ph.m.always_flush || !b.p) {
-        int32_t off = 0;
-        if (_DBRecordOffset(d, k, &off) != 0) return DBerrno;
+        if (_fileReaches(d, off) != 0) return DBerrno;
         if (_DBWriteAt(here, __LINE__, d->ph.dh, off, b.r, d->h.r, d->ph.flush_disk) != 0) return DBerrno;
         d->h.n = k;
         if (_DBWriteEndMark() != 0) return DBerrno;
@@ -120,10 +136,14 @@ int _DBAppendRecord(int32_t *recno) {
             slot = b.nr;
         } else {
             if (b.s != 0 && _DBFlushFile() != 0) return DBerrno;
+            // Every earlier record is in the file now: the block joined
+            // above follows records already checked.
+            if (_fileReaches(d, off) != 0) return DBerrno;
             b.fr = k;
             b.nr = 0;
         }
         std::memcpy(_DBCacheSlot(d, slot), b.r, d->h.r);
+        b.dm[slot] = d->ph.m.shared ? DBSLOT_CHANGED : DBSLOT_READ;
         b.nr = slot + 1;
         b.s = 0x60;
         d->u |= 0x20;
@@ -162,6 +182,7 @@ int _DBUpdateRecord(int32_t recno) {
     } else {
         if (_DBFillCache(d, recno) != 0) return DBerrno;
         std::memcpy(_DBCacheSlot(d, recno - d->b.fr), d->b.r, d->h.r);
+        if (d->ph.m.shared) d->b.dm[recno - d->b.fr] = DBSLOT_CHANGED;
         d->b.s |= 0x40;
         d->u |= 0x40;
     }

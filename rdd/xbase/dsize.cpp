@@ -15,7 +15,8 @@ int _DBGetFileHeader() {
     const auto n = static_cast<int32_t>(_DBLoadLE32(raw + 4));
     // Another process may change the count and the date, never the layout;
     // a header that says otherwise is not the table we opened.
-    if (_DBLoadLE16(raw + 8) != d->h.h || _DBLoadLE16(raw + 10) != d->h.r || n < 0)
+    if (_DBLoadLE16(raw + 8) != d->h.h || _DBLoadLE16(raw + 10) != d->h.r || n < 0 ||
+        _DBTableEnd(d, n) > INT32_MAX)
         return here.fail(DBE_CORRUPT, __LINE__);
     d->h.y = raw[1];
     d->h.m = raw[2];

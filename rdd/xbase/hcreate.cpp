@@ -15,7 +15,7 @@ extern "C" DBAPI int DBosCreateFile(int *fd, char *path) {
         {EACCES, DBE_ACCESS},   {ETXTBSY, DBE_ACCESS},   {ENFILE, DBE_NOHANDLES},
         {EMFILE, DBE_NOHANDLES}, {ENOSPC, DBE_NOHANDLES}, {EROFS, DBE_READONLY}};
     if (!fd || !path) return here.fail(DBE_NULLPARAM, __LINE__);
-    if (!*path) return here.fail(DBE_BADFILENAME, __LINE__);
+    if (!*path || !_DBNameFits(path)) return here.fail(DBE_BADFILENAME, __LINE__);
     const int r = creat(path, 0777);
     if (r < 0) return here.fail(_DBMapErrno(errno, map), __LINE__);
     *fd = r;

@@ -14,7 +14,7 @@ int _DBosDeleteFile(char *name) {
         {EPERM, DBE_NOTFOUND}, {EACCES, DBE_ACCESS},   {EBUSY, DBE_ACCESS}, {ETXTBSY, DBE_ACCESS},
         {EFAULT, DBE_NOPATH},  {ENOTDIR, DBE_NOPATH},  {EROFS, DBE_READONLY}};
     if (!name) return here.fail(DBE_NULLPARAM, __LINE__);
-    if (unlink(name) == 0) return 0;
+    if (_DBsys.unlink(name) == 0) return 0;
     if (errno == ENOENT) return _DBStatus(DBW_KEYNOTFOUND);
     return here.fail(_DBMapErrno(errno, map), __LINE__);
 }

@@ -105,12 +105,15 @@ extern "C" DBAPI void DBTerminate(void) {
             DBerrno = 0;
             DBclose[type](h);
         }
-        // A close that failed, or a packet whose family registered no close,
-        // leaves its slot; termination frees it anyway so that nothing the
-        // library allocated outlives it.
+        // A close that failed (a flush that cannot write, say), or a packet
+        // whose family registered no close, leaves its slot; termination
+        // frees it anyway, with what it owns, so that nothing the library
+        // allocated outlives it. The unwritten changes are lost: there is
+        // no one left to report them to.
         if (DBbase.p[h].s != 0) {
             auto *hdr = static_cast<DBPKTHDR *>(DBbase.p[h].p);
             if (hdr && hdr->dh >= 0) close(hdr->dh);
+            if (hdr && type == DBPT_DBF) _DBFreeTableBuffers(static_cast<DBDATAPKT *>(DBbase.p[h].p));
             _DBReleaseFilePacket(h);
         }
     }
@@ -199,7 +202,7 @@ extern "C" DBAPI int DBosOpenFile(int *fd, char *path, int mode, DBOMODE *m) {
         {ENOTDIR, DBE_NOPATH},  {ENFILE, DBE_NOHANDLES}, {EMFILE, DBE_NOHANDLES},
         {EROFS, DBE_READONLY}};
     if (!fd || !path || !m) return here.fail(DBE_NULLPARAM, __LINE__);
-    if (!*path) return here.fail(DBE_BADFILENAME, __LINE__);
+    if (!*path || !_DBNameFits(path)) return here.fail(DBE_BADFILENAME, __LINE__);
     m->shared = (mode & DBO_SHARED) != 0;
     m->read_only = (mode & DBO_READONLY) != 0;
     const int r = open(path, m->read_only ? O_RDONLY : O_RDWR);

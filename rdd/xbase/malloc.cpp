@@ -1,12 +1,11 @@
 // malloc.cpp - the library's allocator. Every buffer the library owns comes
 // from here, so an allocation failure is one status (-203) with a log line
 // naming the caller, never a crash.
-#include "core.h"
+#include "os.h"
 
-#include <cstdlib>
 
 extern "C" DBAPI int DBAllocateMemoryLog(void **where, size_t size, const char *srcfile, int line) {
-    void *p = where ? std::malloc(size ? size : 1) : nullptr;
+    void *p = where ? _DBsys.malloc(size ? size : 1) : nullptr;
     if (!p) {
         DBerrno = DBE_NOMEMORY;
         _DBErrorWrite(srcfile ? srcfile : "rdd/xbase/malloc", line, DBE_NOMEMORY);
@@ -17,7 +16,7 @@ extern "C" DBAPI int DBAllocateMemoryLog(void **where, size_t size, const char *
 }
 
 extern "C" DBAPI int DBReAllocateMemory(void **where, size_t size, const char *srcfile, int line) {
-    void *p = where ? std::realloc(*where, size ? size : 1) : nullptr;
+    void *p = where ? _DBsys.realloc(*where, size ? size : 1) : nullptr;
     if (!p) {
         DBerrno = DBE_NOMEMORY;
         _DBErrorWrite(srcfile ? srcfile : "rdd/xbase/malloc", line, DBE_NOMEMORY);
@@ -28,6 +27,6 @@ extern "C" DBAPI int DBReAllocateMemory(void **where, size_t size, const char *s
 }
 
 extern "C" DBAPI int DBFreeMemory(void *p, const char *srcfile, int line) {
-    std::free(p);
+    _DBsys.free(p);
     return 0;
 }

@@ -157,15 +157,34 @@ int32_t _DBMemoFieldGet(int i);
 void _DBMemoFieldPut(int i, int32_t block);
 // Write the new (undo: the old) pointers of refs into the table `dbf`.
 int _DBMemoRewritePointers(int dbf, const DBMEMOREFS &refs, bool undo);
-// The directory part of path (up to and including the last '/', '\\' or
-// ':'; empty when there is none) into out.
-void _DBMemoDirOf(char *out, size_t cap, const char *path);
-// A name "<dir><n><ext>" that does not exist yet, counting n up from 0.
-int _DBMemoFreeName(char *out, size_t cap, const char *dir, const char *ext);
-// Put the finished temporary file `tmp` in place of `memo` so that no
-// failure loses the old file: memo -> backup, tmp -> memo, the table's
-// pointers rewritten, backup removed. On failure everything is turned back.
-int _DBMemoSwapIn(int dbf, char *memo, char *tmp, const char *ext, const DBMEMOREFS &refs);
+// The bytes that hold block number `block` in memo field i of DBxbd (a
+// 4-byte binary integer in style 10, else "%10ld"): their count, in out.
+int _DBMemoPointerBytes(int i, int32_t block, char out[16]);
+// Put the finished work file `tmp` in place of `memo` and rewrite the
+// pointers of table dbf, so that a failure or a crash at any point leaves
+// the old file and pointers or the new ones (tmark.cpp). A failure that is
+// reported has put the old pair back (or left the marker that the next open
+// of the table uses to) and removed the work file if it still had its name.
+int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &refs);
+
+// ---- The marker of a memo pack in progress (tmark.cpp) ----------------------
+// Its name beside the table: "<dir><table stem>.MPK".
+int _DBMemoMarkName(char *out, size_t cap, const char *table);
+// Write it, in state U, for the swap of `work` into `memo` with `backup` as
+// the old file's second name and the pointer changes refs.
+int _DBMemoMarkWrite(char *mark, bool fpt, const char *table, const char *memo, const char *work,
+                     const char *backup, const DBMEMOREFS &refs);
+// Set one byte of it: DBMARK_STATE, 'U' (the old memo file is kept) or 'F'
+// (the new one is); DBMARK_WORK, 1 while the work file still has its name.
+constexpr int DBMARK_STATE = 8;
+constexpr int DBMARK_WORK = 10;
+int _DBMemoMarkByte(char *mark, int at, char value);
+// In DBOpenFile, on the table just opened (DBxbd, named `filename`): finish
+// or undo a memo pack that a crash interrupted. 0 when there was nothing to
+// do, or another process holds the table's file lock (its pack may still be
+// running); -236 when pointers need writing and the table is read only;
+// -206 for a marker that does not fit the table.
+int _DBMemoPackRecover(char *filename);
 // Take the table's file lock for a pack when it is shared and does not
 // hold one already; *taken says whether to give it back.
 int _DBMemoPackLockTable(int dbf, bool *taken);

@@ -1,18 +1,14 @@
 // tpack.cpp - packing DBT memo files, and the steps that the DBT and FPT
-// packs share: memo pointers in the table's records, free temporary names,
-// and putting the packed file in place of the old one.
+// packs share: memo pointers in the table's records and putting the packed
+// file in place of the old one.
 //
 // A pack never changes the old memo file. It copies every text that a
 // record points to (deleted records included: they can still be recalled)
 // into a new file under a temporary name, and only when that copy is
-// complete does the swap begin:
-//   1. the old file is renamed to a second free temporary name (a backup);
-//   2. the new file is renamed to the old name;
-//   3. the table's memo pointers are rewritten to the new block numbers;
-//   4. the backup is removed.
-// A failure in 1 leaves everything as it was. A failure in 2 or 3 renames
-// the files back and writes the old pointers back; the old file is removed
-// only in 4, when nothing can go wrong any more.
+// complete does the swap begin, guarded by a marker beside the table that
+// lets the next open of the table finish or undo a swap cut short by a
+// crash (tmark.cpp has the steps and the marker's layout). A failure that
+// is reported instead puts the old file and the old pointers back at once.
 #include "dbf.h"
 #include "memo.h"
 #include "os.h"
@@ -61,16 +57,20 @@ int32_t _DBMemoFieldGet(int i) {
     return static_cast<int32_t>(neg ? -v : v);
 }
 
-void _DBMemoFieldPut(int i, int32_t block) {
+int _DBMemoPointerBytes(int i, int32_t block, char out[16]) {
     const DBFIELDSTRUC &f = DBxbd->f[i];
-    char *p = DBxbd->b.r + f.a;
     if (_DBStyleOf(DBxbd) == 10 && f.l == 4) {
-        _DBStoreLE32(p, static_cast<uint32_t>(block));
-        return;
+        _DBStoreLE32(out, static_cast<uint32_t>(block));
+        return 4;
     }
+    std::snprintf(out, 16, "%10ld", static_cast<long>(block));
+    return 10;
+}
+
+void _DBMemoFieldPut(int i, int32_t block) {
     char text[16];
-    std::snprintf(text, sizeof text, "%10ld", static_cast<long>(block));
-    std::memcpy(p, text, 10);
+    const int w = _DBMemoPointerBytes(i, block, text);
+    std::memcpy(DBxbd->b.r + DBxbd->f[i].a, text, static_cast<size_t>(w));
 }
 
 int _DBMemoRewritePointers(int dbf, const DBMEMOREFS &refs, bool undo) {
@@ -106,49 +106,46 @@ int _DBMemoRewritePointers(int dbf, const DBMEMOREFS &refs, bool undo) {
     return first ? here.fail(first, __LINE__) : 0;
 }
 
-void _DBMemoDirOf(char *out, size_t cap, const char *path) {
-    size_t cut = 0;
-    for (size_t i = 0; path[i]; i++)
-        if (path[i] == '/' || path[i] == '\\' || path[i] == ':') cut = i + 1;
-    if (cut >= cap) cut = cap - 1;
-    std::memcpy(out, path, cut);
-    out[cut] = '\0';
-}
-
-int _DBMemoFreeName(char *out, size_t cap, const char *dir, const char *ext) {
-    // A directory full of such names is a sign of trouble, not a reason to
-    // count for ever.
-    for (int n = 0; n < 100000; n++) {
-        const int w = std::snprintf(out, cap, "%s%d%s", dir, n, ext);
-        if (w < 0 || static_cast<size_t>(w) >= cap) return here.fail(DBE_BADFILENAME, __LINE__);
-        if (!_DBIsFileThere(out)) return 0;
+int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &refs) {
+    char dir[512], backup[600], mark[600];
+    std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(_DBDirLength(memo)), memo);
+    if (_DBFreeName(backup, sizeof backup, dir, fpt ? ".FPT" : ".DBT") != 0) return DBerrno;
+    if (_DBLockDataStruc(dbf) != 0) return DBerrno;
+    char *table = DBxbd->ph.n;
+    if (_DBMemoMarkName(mark, sizeof mark, table) != 0) return DBerrno;
+    if (_DBIsFileThere(mark)) return here.fail(DBE_ACCESS, __LINE__);  // another pack's, unfinished
+    if (_DBMemoMarkWrite(mark, fpt, table, memo, tmp, backup, refs) != 0) return DBerrno;
+    DBerrno = 0;
+    // The steps tmark.cpp describes. Until the work file is renamed, a
+    // failure takes back what was done: the second name, the marker.
+    int rc = _DBosLinkFile(backup, memo);
+    const bool linked = rc == 0;
+    if (rc == 0) rc = _DBMemoMarkByte(mark, DBMARK_WORK, 0);
+    if (rc == 0) rc = _DBosRenameFile(memo, tmp);
+    if (rc != 0) {
+        if (linked) _DBosDeleteFile(backup);
+        _DBosDeleteFile(mark);
+        _DBosDeleteFile(tmp);
+        return here.fail(rc, __LINE__);
     }
-    return here.fail(DBE_BADFILENAME, __LINE__);
-}
-
-int _DBMemoSwapIn(int dbf, char *memo, char *tmp, const char *ext, const DBMEMOREFS &refs) {
-    char dir[512];
-    char backup[600];
-    _DBMemoDirOf(dir, sizeof dir, memo);
-    if (_DBMemoFreeName(backup, sizeof backup, dir, ext) != 0) return DBerrno;
-    if (_DBosRenameFile(backup, memo) != 0) return DBerrno;
-    int rc = _DBosRenameFile(memo, tmp);
+    rc = _DBMemoMarkByte(mark, DBMARK_STATE, 'F');
+    if (rc == 0) rc = _DBMemoRewritePointers(dbf, refs, false);
     if (rc == 0) {
-        rc = _DBMemoRewritePointers(dbf, refs, false);
-        if (rc == 0) {
-            // The pack is done; a backup that will not go is only litter.
-            if (_DBosDeleteFile(backup) < 0) here.log(DBerrno, __LINE__);
-            DBerrno = 0;
-            return 0;
-        }
-        _DBMemoRewritePointers(dbf, refs, true);
-        _DBosRenameFile(tmp, memo);
+        // Done. The marker goes before the backup: once the backup's file
+        // is gone its name may be taken by another, which a repair must
+        // not mistake for ours. A name that will not go is only litter.
+        if (_DBosDeleteFile(mark) < 0) here.log(DBerrno, __LINE__);
+        if (_DBosDeleteFile(backup) < 0) here.log(DBerrno, __LINE__);
+        DBerrno = 0;
+        return 0;
     }
-    // Back to where we started: the old file under its name, the new one
-    // gone. Should even that fail, the old file is still whole under the
-    // backup name, and the log says so.
-    if (_DBosRenameFile(memo, backup) != 0) here.log(DBerrno, __LINE__);
-    _DBosDeleteFile(tmp);
+    // Back to the old pair: first the marker (so that a crash from here on
+    // is undone too; if even that write fails the marker still says F and
+    // the next open finishes the pack instead), then the old file under its
+    // name, then the old pointers.
+    if (_DBMemoMarkByte(mark, DBMARK_STATE, 'U') == 0 && _DBosRenameFile(memo, backup) == 0 &&
+        _DBMemoRewritePointers(dbf, refs, true) == 0)
+        _DBosDeleteFile(mark);
     return here.fail(rc, __LINE__);
 }
 
@@ -172,8 +169,8 @@ void _DBMemoPackUnlockTable(int dbf, bool taken) {
 int _DBMemoPackBegin(int dbf, const char *path, const char *ext, char *tmp, size_t cap, bool *taken) {
     if (_DBMemoPackLockTable(dbf, taken) != 0) return DBerrno;
     char dir[512];
-    _DBMemoDirOf(dir, sizeof dir, path);
-    return _DBMemoFreeName(tmp, cap, dir, ext);
+    std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(_DBDirLength(path)), path);
+    return _DBFreeName(tmp, cap, dir, ext);
 }
 
 int _DBMemoPackEnd(int dbf, int *memo, bool fpt, char *path, char *tmp, int mode, const DBMEMOREFS &refs,
@@ -187,7 +184,7 @@ int _DBMemoPackEnd(int dbf, int *memo, bool fpt, char *path, char *tmp, int mode
     rc = fpt ? DBfpCloseMemo(*memo) : DBxbCloseMemo(*memo);
     if (rc == 0) {
         *memo = -1;
-        rc = _DBMemoSwapIn(dbf, path, tmp, fpt ? ".FPT" : ".DBT", refs);
+        rc = _DBMemoSwapIn(dbf, fpt, path, tmp, refs);
         // Whatever the swap did, a memo file is under the old name: open it.
         const int orc = fpt ? DBfpOpenMemo(memo, path, mode) : DBxbOpenMemo(memo, path, mode);
         if (rc == 0) rc = orc;

@@ -25,5 +25,7 @@ extern "C" DBAPI int DBfpCreateMemo(char *path, int code) {
     if (rc == 0) rc = DBosSetFileSize(fd, ff * bs);
     const int crc = DBosCloseFile(fd);
     if (rc == 0) rc = crc;
+    // A file without its whole header area is no memo file: it goes.
+    if (rc != 0) _DBosDeleteFile(path);
     return _DBStatus(rc);
 }

@@ -1,26 +1,15 @@
-"""Dump a DBF file as python3-dbfread sees it, for the table tests to compare
-with what the library wrote.
+"""Dump a DBF file as python3-dbfread sees it (run with /usr/bin/python3):
 
-Run with Debian's interpreter (/usr/bin/python3), which has python3-dbfread:
+    dbfread_dump.py TABLE.DBF [MEMOFIELD]
 
-    /usr/bin/python3 dbfread_dump.py TABLE.DBF
-
-Output, one item per line, fields separated by tabs:
-
-    header  <version byte, hex>  <record count>  <header length>  <record length>  <fields>
-    field   <name>  <type byte, hex>  <length>  <decimals>
-    record  <number>  <1 if marked deleted, else 0>  <value>  <value> ...
-    check   ok | <what disagreed>
-
-Every value is JSON: strings, numbers, true/false, or null for an empty
-field. Dates are "yyyymmdd"; memo fields give their block number (the memo
-file itself is not read); the binary field codes 1, 2, 3, 4, 11 and 13 give
-their bytes in hex.
-
-dbfread reads active and deleted records in two separate passes. To report
-them in file order, each record's bytes are handed to dbfread's own field
-parser here, and the "check" line says whether dbfread's two passes saw
-exactly the same records.
+prints tab-separated lines: "header" version (hex), count, header length,
+record length, fields; "field" name, type (hex), length, decimals; "record"
+number, 1 if deleted, then each value as JSON (null when empty, dates
+"yyyymmdd", memo fields their block number, binary codes 1-4, 11, 13 in
+hex); with MEMOFIELD "memo" number and that memo's bytes in hex (or -), for
+the active records; last "check ok" or what disagreed. Records go through
+dbfread's own parser in file order; "check" compares that with dbfread's
+separate passes over active and deleted records.
 """
 import datetime
 import decimal
@@ -104,6 +93,12 @@ def main(path):
         problems.append("deleted records differ from dbfread's pass")
     if number != hdr.numrecords:
         problems.append("header count %d, records in file %d" % (hdr.numrecords, number))
+    if len(sys.argv) > 2:
+        for i, rec in enumerate(DBF(path, encoding="latin-1"), 1):
+            memo = rec[sys.argv[2]]
+            if isinstance(memo, str):
+                memo = memo.encode("latin-1")
+            out.append("memo\t%d\t%s" % (i, "-" if memo is None else bytes(memo).hex()))
     out.append("check\t" + ("ok" if not problems else "; ".join(problems)))
     print("\n".join(out))
 

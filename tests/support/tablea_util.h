@@ -71,11 +71,12 @@ int create(const std::string &path, Fields &&f, int mode) {
 }
 inline int open(int *h, const std::string &path, int mode) { return DBOpenFile(h, cs(path.c_str()), mode); }
 
-// dbfread_dump.py's lines split at tabs; the run must end with "check ok".
-inline std::vector<std::vector<std::string>> dbfread(const std::string &path) {
+// dbfread_dump.py's lines split at tabs (with the memos of field `memo`);
+// the run must end with "check ok".
+inline std::vector<std::vector<std::string>> dbfread(const std::string &path, const std::string &memo = "") {
     int st = -1;
-    const std::string out =
-        xbt::run("/usr/bin/python3 " XB_SOURCE_DIR "/tests/support/dbfread_dump.py '" + path + "' 2>&1", &st);
+    const std::string out = xbt::run(
+        "/usr/bin/python3 " XB_SOURCE_DIR "/tests/support/dbfread_dump.py '" + path + "' " + memo + " 2>&1", &st);
     std::vector<std::vector<std::string>> lines;
     std::istringstream in(out);
     for (std::string l; std::getline(in, l);) lines.push_back(split(l, '\t'));

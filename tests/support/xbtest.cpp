@@ -92,76 +92,66 @@ std::vector<std::string> readLines(const std::string &path) {
     return lines;
 }
 
+pid_t spawn(const std::function<int()> &fn) {
+    const pid_t pid = fork();
+    if (pid == 0) _exit(fn());
+    return pid;
+}
+
+int waitFor(pid_t pid) {
+    int st = 0;
+    if (waitpid(pid, &st, 0) != pid) return -2;
+    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+}
+
+// The child takes the lock, reports 'y' or 'n' on one pipe and holds the
+// lock until the other pipe closes.
 ChildLock::ChildLock(const std::string &path, uint32_t start, uint32_t len, short type) {
     int up[2], down[2];
-    if (pipe(up) != 0) return;
-    if (pipe(down) != 0) return;
-    pid_ = fork();
-    if (pid_ == 0) {
-        close(up[0]);
+    if (pipe(up) != 0 || pipe(down) != 0) return;
+    pid_ = spawn([&] {
         close(down[1]);
-        char r = 'n';
-        int fd = open(path.c_str(), O_RDWR);
-        if (fd >= 0) {
-            struct flock fl {};
-            fl.l_type = (type == F_WRLCK_VALUE) ? F_WRLCK : F_RDLCK;
-            fl.l_whence = SEEK_SET;
-            fl.l_start = static_cast<off_t>(start);
-            fl.l_len = static_cast<off_t>(len);
-            if (fcntl(fd, F_SETLK, &fl) == 0) r = 'y';
-        }
-        if (write(up[1], &r, 1) != 1) _exit(1);
+        struct flock fl {};
+        fl.l_type = type == F_WRLCK_VALUE ? F_WRLCK : F_RDLCK, fl.l_whence = SEEK_SET;
+        fl.l_start = static_cast<off_t>(start), fl.l_len = static_cast<off_t>(len);
+        const int fd = open(path.c_str(), O_RDWR);
+        const char r = fd >= 0 && fcntl(fd, F_SETLK, &fl) == 0 ? 'y' : 'n';
         char c;
+        if (write(up[1], &r, 1) != 1) return 1;
         while (read(down[0], &c, 1) > 0) {
         }
-        _exit(0);
-    }
-    close(up[1]);
-    close(down[0]);
+        return 0;
+    });
+    close(up[1]), close(down[0]);
     pipe_ = down[1];
     char r = 'n';
-    if (pid_ > 0 && read(up[0], &r, 1) == 1) ok_ = (r == 'y');
+    ok_ = pid_ > 0 && read(up[0], &r, 1) == 1 && r == 'y';
     close(up[0]);
 }
 
 ChildLock::~ChildLock() {
     if (pipe_ >= 0) close(pipe_);
-    if (pid_ > 0) waitpid(pid_, nullptr, 0);
+    if (pid_ > 0) waitFor(pid_);
 }
 
 LockSeen probeLock(const std::string &path, uint32_t start, uint32_t len) {
     LockSeen seen;
     int up[2];
     if (pipe(up) != 0) return seen;
-    pid_t pid = fork();
-    if (pid == 0) {
-        close(up[0]);
-        int64_t msg[3] = {0, 0, 0};
-        int fd = open(path.c_str(), O_RDONLY);
-        if (fd >= 0) {
-            struct flock fl {};
-            fl.l_type = F_WRLCK;
-            fl.l_whence = SEEK_SET;
-            fl.l_start = static_cast<off_t>(start);
-            fl.l_len = static_cast<off_t>(len);
-            if (fcntl(fd, F_GETLK, &fl) == 0 && fl.l_type != F_UNLCK) {
-                msg[0] = 1;
-                msg[1] = fl.l_start;
-                msg[2] = fl.l_len;
-            }
-        }
-        if (write(up[1], msg, sizeof msg) != sizeof msg) _exit(1);
-        _exit(0);
-    }
+    const pid_t pid = spawn([&] {
+        struct flock fl {};
+        fl.l_type = F_WRLCK, fl.l_whence = SEEK_SET, fl.l_start = static_cast<off_t>(start);
+        fl.l_len = static_cast<off_t>(len);
+        const int fd = open(path.c_str(), O_RDONLY);
+        const bool got = fd >= 0 && fcntl(fd, F_GETLK, &fl) == 0 && fl.l_type != F_UNLCK;
+        const int64_t msg[3] = {got, got ? fl.l_start : 0, got ? fl.l_len : 0};
+        return write(up[1], msg, sizeof msg) == sizeof msg ? 0 : 1;
+    });
     close(up[1]);
     int64_t msg[3] = {0, 0, 0};
-    if (pid > 0 && read(up[0], msg, sizeof msg) == sizeof msg) {
-        seen.blocked = msg[0] != 0;
-        seen.start = msg[1];
-        seen.len = msg[2];
-    }
+    if (pid > 0 && read(up[0], msg, sizeof msg) == sizeof msg) seen = {msg[0] != 0, msg[1], msg[2]};
     close(up[0]);
-    if (pid > 0) waitpid(pid, nullptr, 0);
+    waitFor(pid);
     return seen;
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,11 @@ long fileSize(const std::string &path);
 std::string run(const std::string &cmd, int *status = nullptr);
 // Lines of a text file (without the newline).
 std::vector<std::string> readLines(const std::string &path);
+
+// Run fn in a child process whose exit status is fn's result (0..255).
+pid_t spawn(const std::function<int()> &fn);
+// How child pid ended: its exit status, or -1 when a signal ended it.
+int waitFor(pid_t pid);
 
 // A child process that holds an fcntl lock (F_WRLCK or F_RDLCK) on
 // [start, start+len) of path until destroyed.
