@@ -150,4 +150,55 @@ TEST_F(XbTool, CheckReindexAndPack) {
     EXPECT_EQ(xb("dump hbntx.dbf --deleted", &st).find("\r\n*,"), std::string::npos);
 }
 
+// The other families: a Harbour CDX (every tag, or one named), IDX files
+// of both layouts and an NDX file made by the library, checked, damaged and
+// rebuilt.
+TEST_F(XbTool, CompoundSingleAndNdxIndexes) {
+    fixture("hbcdx.cdx");
+    ASSERT_EQ(DBSetDefaultDateStyle(2), 0);
+    int t = -1;
+    ASSERT_EQ(DBOpenFile(&t, idx::cs(path("hbcdx.dbf").c_str()), 4), 0);
+    for (int mode : {'C' | 0x400, int{'C'}}) {
+        const std::string f = path(mode & 0x400 ? "compact.idx" : "plain.idx");
+        ASSERT_EQ(DBfbCreateIndex(idx::cs(f.c_str()), mode, idx::cs("UPPER(CITY)+NAME"), 35, nullptr), 0);
+        int h = -1;
+        ASSERT_EQ(DBfbOpenIndex(&h, idx::cs(f.c_str()), 0), 0);
+        ASSERT_EQ(DBfbBuildIndex(t, h), 0);
+        ASSERT_EQ(DBfbCloseIndex(h), 0);
+    }
+    ASSERT_EQ(DBd3BuildIndex(t, idx::cs(path("amount.ndx").c_str()), 'N', idx::cs("AMOUNT"), 8, 2), 0);
+    ASSERT_EQ(DBCloseFile(t), 0);
+    int st = -1;
+    std::string out = xb("info hbcdx.cdx", &st);
+    EXPECT_NE(out.find("compound file, 6 tags"), std::string::npos) << out;
+    EXPECT_NE(out.find("CDX tag UCITY, key CITY, length 15, unique"), std::string::npos) << out;
+    EXPECT_NE(xb("info plain.idx", &st).find("IDX (non-compact), key UPPER(CITY)+NAME, length 35"), std::string::npos);
+    EXPECT_NE(xb("info amount.ndx", &st).find("NDX, key AMOUNT, length 8, type N"), std::string::npos);
+    for (const char *args : {"hbcdx.cdx", "hbcdx.cdx BYHIRED", "compact.idx", "plain.idx", "amount.ndx"}) {
+        out = xb(std::string("check hbcdx.dbf ") + args, &st);
+        EXPECT_EQ(st, 0) << args << ": " << out;
+        EXPECT_EQ(out.substr(0, 3), "OK:") << out;
+    }
+    // Each file with one stored key changed: the check names the record,
+    // and a rebuild mends it.
+    for (const char *f : {"hbcdx.cdx", "compact.idx", "plain.idx"}) {
+        std::vector<uint8_t> b = xbt::readFile(path(f));
+        const std::string city = "Ymname592";  // in UPPER(CITY)+NAME keys (stored whole or in part)
+        auto at = std::search(b.begin(), b.end(), city.begin() + 4, city.end());
+        ASSERT_NE(at, b.end()) << f;
+        *at = 'Q';
+        xbt::writeFile(path(f), b);
+        out = xb(std::string("check hbcdx.dbf ") + f, &st);
+        EXPECT_EQ(st, 1) << f << ": " << out;
+        out = xb(std::string("reindex hbcdx.dbf ") + f, &st);
+        EXPECT_EQ(st, 0) << out;
+        EXPECT_EQ(xb(std::string("check hbcdx.dbf ") + f, &st).substr(0, 3), "OK:") << f;
+    }
+    // A tag that does not exist, and an index of another table.
+    EXPECT_NE(xb("check hbcdx.dbf hbcdx.cdx NOSUCH", &st).find("invalid tag name"), std::string::npos);
+    EXPECT_EQ(st, 1);
+    xb("check py_vfp.dbf amount.ndx", &st);
+    EXPECT_EQ(st, 1);
+}
+
 }  // namespace

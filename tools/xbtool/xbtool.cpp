@@ -439,13 +439,156 @@ public:
     bool numeric_ = false;
 };
 
-// The index in a file, by its name's extension.
-Index *openIndex(const std::string &path, const std::string &tag, bool write) {
+// A CDX tag or an IDX file (its only index, slot 0). Keys of numbers and
+// dates are 8 binary bytes.
+class FoxIndex : public Index {
+public:
+    // file: the open file's handle; tag: the tag's handle (the file handle
+    // for an IDX file). The file stays the caller's.
+    FoxIndex(const std::string &p, int file, int tag, const std::string &name) : file_(file), tag_(tag), name_(name) {
+        path_ = p;
+        DBFBINDEXINFO i;
+        need(p, DBfbGetIndexInfo(tag_, &i));
+        k_ = i.keylen;
+    }
+    ~FoxIndex() override {
+        if (tag_ != file_) DBfpCloseTag(tag_);
+    }
+    IndexInfo info() override {
+        DBFBINDEXINFO i;
+        need(path_, DBfbGetIndexInfo(tag_, &i));
+        IndexInfo r;
+        r.kind = (i.ftype & 0x40) ? "CDX tag" : (i.ftype & 0x20) ? "IDX (compact)" : "IDX (non-compact)";
+        r.expr.assign(i.expr, strnlen(i.expr, sizeof i.expr));
+        r.forExpr.assign(i.forexpr, strnlen(i.forexpr, sizeof i.forexpr));
+        r.tag = name_;
+        r.keylen = i.keylen;
+        r.type = static_cast<char>(i.keytype);
+        r.unique = (i.keyfmt & 128) != 0;
+        return r;
+    }
+    int first(std::string &key, int32_t &rec) override { return walk(DBfpGoFirstKey, key, rec); }
+    int next(std::string &key, int32_t &rec) override { return walk(DBfpGoNextKey, key, rec); }
+    int makeKey(int table, std::string &key) override {
+        std::vector<char> k(static_cast<size_t>(k_) + 1, 0);
+        const int rc = DBfpMakeKey(table, tag_, k.data());
+        if (rc < 0) return rc;
+        key.assign(k.data(), static_cast<size_t>(k_));
+        return 0;
+    }
+    int check(DBINDEXCHECK &c) override { return DBfpCheckTag(tag_, &c, 0); }
+    int tag() const { return tag_; }
+    // The file does not record a tag's key type, and character keys are
+    // read with their trailing blanks only once the tag knows it has them:
+    // the type comes from what the expression gives for the table.
+    void learnType(char type) {
+        DBFBINDEXINFO i;
+        if (DBfbGetIndexInfo(tag_, &i) == 0 && i.keytype == '?') need(path_, DBfpSetDefaultKeyType(tag_, type));
+    }
+
+private:
+    int walk(int (*move)(int, char *, int32_t *), std::string &key, int32_t &rec) {
+        std::vector<char> k(static_cast<size_t>(k_) + 1, 0);
+        const int rc = move(tag_, k.data(), &rec);
+        if (rc == 0) key.assign(k.data(), static_cast<size_t>(k_));
+        return rc;
+    }
+    int file_, tag_;
+    std::string name_;
+    int k_ = 0;
+};
+
+// An open CDX or IDX file; tags come from it.
+struct FoxFile {
+    std::string path;
+    int h = -1;
+    bool compound = false;
+    FoxFile(const std::string &p, int mode) : path(p) {
+        need(p, DBfpOpenIndex(&h, cs(p), mode));
+        DBFBINDEXINFO i;
+        need(p, DBfbGetIndexInfo(h, &i));
+        compound = (i.ftype & 0x40) != 0;
+    }
+    ~FoxFile() {
+        if (h >= 0) DBfpCloseIndex(h);
+    }
+    // The tag names, from the directory (whose keys they are).
+    std::vector<std::string> tags() const {
+        std::vector<std::string> out;
+        if (!compound) return out;
+        char k[32];
+        int32_t rec = 0;
+        for (int rc = DBfpGoFirstKey(h, k, &rec); rc == 0; rc = DBfpGoNextKey(h, k, &rec)) out.push_back(rtrim(k));
+        return out;
+    }
+    FoxIndex *open(const std::string &name) const {
+        if (!compound) return new FoxIndex(path, h, h, "");
+        int t = -1;
+        need(path + " tag " + name, DBfpOpenNamedTag(&t, h, cs(name)));
+        return new FoxIndex(path, h, t, name);
+    }
+};
+
+class NdxIndex : public Index {
+public:
+    NdxIndex(const std::string &p, int mode) {
+        path_ = p;
+        need(p, DBd3OpenIndex(&h_, cs(p), mode));
+        DBD3INDEXINFO i;
+        need(p, DBd3GetIndexInfo(h_, &i));
+        k_ = i.keylen;
+    }
+    ~NdxIndex() override {
+        if (h_ >= 0) DBd3CloseIndex(h_);
+    }
+    IndexInfo info() override {
+        DBD3INDEXINFO i;
+        need(path_, DBd3GetIndexInfo(h_, &i));
+        IndexInfo r;
+        r.kind = "NDX";
+        r.expr = i.expr;
+        r.keylen = i.keylen;
+        r.type = static_cast<char>(i.keytype);
+        r.unique = i.unique != 0;
+        return r;
+    }
+    int first(std::string &key, int32_t &rec) override { return walk(DBd3GoFirstKey, key, rec); }
+    int next(std::string &key, int32_t &rec) override { return walk(DBd3GoNextKey, key, rec); }
+    int makeKey(int table, std::string &key) override {
+        char *k = nullptr;
+        const int rc = DBd3MakeKey(table, h_, &k);
+        if (rc < 0) return rc;
+        key.assign(k, static_cast<size_t>(k_));
+        DBFreeMemory(k, __FILE__, __LINE__);
+        return 0;
+    }
+    int check(DBINDEXCHECK &c) override { return DBd3CheckIndex(h_, &c, 0); }
+
+private:
+    int walk(int (*move)(int, char *, int32_t *), std::string &key, int32_t &rec) {
+        std::vector<char> k(static_cast<size_t>(k_) + 1, 0);
+        const int rc = move(h_, k.data(), &rec);
+        if (rc == 0) key.assign(k.data(), static_cast<size_t>(k_));
+        return rc;
+    }
+    short h_ = -1;
+    int k_ = 0;
+};
+
+// The index in a file, by its name's extension (the CDX or IDX file is
+// opened into *fox, which the caller keeps while the index is used).
+Index *openIndex(const std::string &path, const std::string &tag, bool write, FoxFile **fox) {
     const std::string e = extension(path);
     const int mode = write ? 0 : DBO_READONLY;
-    if (e == "ntx") {
-        if (!tag.empty()) usage("an NTX file has no tags");
-        return new NtxIndex(path, mode);
+    if (e == "ntx" || e == "ndx") {
+        if (!tag.empty()) usage("an NTX or NDX file has no tags");
+        return e == "ntx" ? static_cast<Index *>(new NtxIndex(path, mode)) : new NdxIndex(path, mode);
+    }
+    if (e == "cdx" || e == "idx") {
+        *fox = new FoxFile(path, mode);
+        if ((*fox)->compound && tag.empty()) usage("name a tag of the compound file");
+        if (!(*fox)->compound && !tag.empty()) usage("an IDX file has no tags");
+        return (*fox)->open(tag);
     }
     usage(("not an index file this tool knows: " + path).c_str());
 }
@@ -472,15 +615,27 @@ char keyTypeOf(const Table &t, const std::string &expr) {
     return type;
 }
 
-int cmdCheck(const std::vector<std::string> &args) {
-    if (args.size() < 2 || args.size() > 3) usage("check takes a table, an index and perhaps a tag");
-    Table t(args[0], false);
-    Index *ix = openIndex(args[1], args.size() == 3 ? args[2] : "", false);
+// A key type letter for creating an index like `inf`: the file's own when
+// it records one, else what the expression gives for the table.
+char typeFor(const Table &t, const IndexInfo &inf) {
+    char type = inf.type;
+    if (type == 'N' || type == '?') {
+        // NDX files say only "numeric or date"; others say nothing.
+        const char got = keyTypeOf(t, inf.expr);
+        if (type == '?' || got == 'D') type = got;
+    }
+    return (type == 'C' || type == 'N' || type == 'D' || type == 'L') ? type : 'C';
+}
+
+// Walk one index and compare it with the table: problems go to `problems`
+// (at most ten are kept).
+void checkIndex(Table &t, Index *ix, std::vector<std::string> &problems) {
     const IndexInfo inf = ix->info();
-    std::vector<std::string> problems;
+    const std::string who = inf.tag.empty() ? "" : "tag " + inf.tag + ": ";
     auto problem = [&](const std::string &p) {
-        if (problems.size() < 10) problems.push_back(p);
+        if (problems.size() < 10) problems.push_back(who + p);
     };
+    if (auto *fox = dynamic_cast<FoxIndex *>(ix)) fox->learnType(typeFor(t, inf));
     DBINDEXCHECK c;
     if (ix->check(c) != 0) problem(std::string("tree: ") + c.msg);
     // The entries, by record.
@@ -504,7 +659,8 @@ int cmdCheck(const std::vector<std::string> &args) {
     }
     // Every record: present with the key its expression gives. A unique
     // index holds one record of each key, so a record may be missing when
-    // another holds its key; a tag with a FOR condition leaves records out.
+    // another holds its key; a FOR condition leaves out the records where it
+    // is false (one that is not a logical decides nothing here).
     for (int32_t r = 1; r <= n; r++) {
         progress.at(r);
         const int rc = DBGetRecord(t.h, r);
@@ -512,61 +668,168 @@ int cmdCheck(const std::vector<std::string> &args) {
             problem("record " + std::to_string(r) + " cannot be read (" + std::to_string(rc) + ")");
             continue;
         }
+        int wanted = 1;  // 1 must be there, 0 must not, -1 either
+        if (!inf.forExpr.empty()) {
+            DBEVAL v;
+            wanted = -1;
+            if (DBEvaluateStr(t.h, cs(inf.forExpr), &v) == 0 && v.etyp == 'L' && v.eval) wanted = v.eval[0] == 1 || v.eval[0] == 'T';
+            if (v.eval) DBFreeMemory(v.eval, __FILE__, __LINE__);
+        }
+        auto it = byRec.find(r);
+        if (wanted == 0) {
+            if (it != byRec.end()) problem("record " + std::to_string(r) + " is in the index, but its FOR condition is false");
+            continue;
+        }
         std::string made;
         const int mk = ix->makeKey(t.h, made);
-        made = ix->canon(made);
         if (mk < 0) {
             problem("record " + std::to_string(r) + ": the key expression fails (" + std::to_string(mk) + ")");
             continue;
         }
-        auto it = byRec.find(r);
+        made = ix->canon(made);
         if (it == byRec.end()) {
-            if (!inf.forExpr.empty()) continue;
-            if (inf.unique && firstOfKey.count(made)) continue;
+            if (wanted < 0 || (inf.unique && firstOfKey.count(made))) continue;
             problem("record " + std::to_string(r) + " is missing (key '" + printable(made, inf.type) + "')");
         } else if (it->second != made) {
             problem("record " + std::to_string(r) + ": the index holds '" + printable(it->second, inf.type) +
                     "', the table gives '" + printable(made, inf.type) + "'");
         }
     }
-    delete ix;
+}
+
+int cmdCheck(const std::vector<std::string> &args) {
+    if (args.size() < 2 || args.size() > 3) usage("check takes a table, an index and perhaps a tag");
+    Table t(args[0], false);
+    const std::string &path = args[1];
+    std::vector<std::string> problems;
+    std::vector<std::string> tags;
+    const std::string e = extension(path);
+    if (args.size() == 3) {
+        tags.push_back(args[2]);
+    } else if (e == "cdx") {
+        FoxFile f(path, DBO_READONLY);
+        tags = f.tags();
+        if (!f.compound) tags = {""};
+    } else {
+        tags.push_back("");
+    }
+    for (const std::string &tag : tags) {
+        FoxFile *fox = nullptr;
+        Index *ix = openIndex(path, tag, false, &fox);
+        checkIndex(t, ix, problems);
+        delete ix;
+        delete fox;
+    }
     if (problems.empty()) {
-        std::printf("OK: %s, %lld keys, %ld records\n", args[1].c_str(), static_cast<long long>(entries), static_cast<long>(n));
+        std::printf("OK: %s%s, %ld records\n", path.c_str(),
+                    tags.size() > 1 ? (", " + std::to_string(tags.size()) + " tags").c_str() : "",
+                    static_cast<long>(t.count()));
         return 0;
     }
-    for (const std::string &p : problems) std::printf("%s: %s\n", args[1].c_str(), p.c_str());
+    for (const std::string &p : problems) std::printf("%s: %s\n", path.c_str(), p.c_str());
     return 1;
 }
 
-int cmdReindex(const std::vector<std::string> &args) {
-    if (args.size() < 2 || args.size() > 3) usage("reindex takes a table, an index and perhaps a tag");
-    const std::string path = args[1];
-    Table t(args[0], false);
+// Build one CDX tag afresh into the open file h from the table.
+void buildTag(const Table &t, int h, const std::string &file, const std::string &name, const IndexInfo &inf) {
+    const int mode = typeFor(t, inf) | (inf.unique ? 0x80 : 0);
+    need(file, DBfpCreateTag(h, cs(name), mode, cs(inf.expr), inf.keylen, inf.forExpr.empty() ? nullptr : cs(inf.forExpr)));
+    int tag = -1;
+    need(file, DBfpOpenNamedTag(&tag, h, cs(name)));
+    need(file, DBfpBuildIndex(t.h, tag));
+    need(file, DBfpCloseTag(tag));
+}
+
+bool copyFile(const std::string &from, const std::string &to) {
+    FILE *in = std::fopen(from.c_str(), "rb");
+    if (!in) return false;
+    FILE *out = std::fopen(to.c_str(), "wb");
+    bool ok = out != nullptr;
+    char buf[65536];
+    for (size_t n; ok && (n = std::fread(buf, 1, sizeof buf, in)) > 0;) ok = std::fwrite(buf, 1, n, out) == n;
+    std::fclose(in);
+    if (out && std::fclose(out) != 0) ok = false;
+    return ok;
+}
+
+// Rebuild into `tmp`; the caller renames it over the old file.
+void rebuild(const Table &t, const std::string &path, const std::string &tmp, const std::string &tag) {
     const std::string e = extension(path);
-    // The new file is made beside the old one and takes its name only when
-    // complete: a failure at any point leaves the old index as it was.
-    const std::string tmp = path + ".xbtool-new";
-    std::remove(tmp.c_str());
     if (e == "ntx") {
         IndexInfo inf;
         {
             NtxIndex old(path, DBO_READONLY);
             inf = old.info();
         }
-        char type = inf.decimals > 0 ? 'N' : keyTypeOf(t, inf.expr);
+        char type = inf.decimals > 0 ? 'N' : typeFor(t, inf);
         if (type != 'C' && type != 'N' && type != 'D') type = 'C';
-        const int rc = DBclBuildIndex(t.h, cs(tmp), type | (inf.unique ? 0x80 : 0), cs(inf.expr), inf.keylen, inf.decimals);
-        if (rc < 0) {
-            std::remove(tmp.c_str());
-            fail(path, rc);
+        need(path, DBclBuildIndex(t.h, cs(tmp), type | (inf.unique ? 0x80 : 0), cs(inf.expr), inf.keylen, inf.decimals));
+    } else if (e == "ndx") {
+        IndexInfo inf;
+        {
+            NdxIndex old(path, DBO_READONLY);
+            inf = old.info();
         }
+        need(path, DBd3BuildIndex(t.h, cs(tmp), typeFor(t, inf) | (inf.unique ? 0x80 : 0), cs(inf.expr), inf.keylen, 0));
+    } else if (e == "idx") {
+        IndexInfo inf;
+        bool compact;
+        {
+            FoxFile old(path, DBO_READONLY);
+            FoxIndex *ix = old.open("");
+            inf = ix->info();
+            compact = inf.kind.find("non-compact") == std::string::npos;
+            delete ix;
+        }
+        const int mode = typeFor(t, inf) | (inf.unique ? 0x80 : 0) | (compact ? 0x400 : 0);
+        need(path, DBfbCreateIndex(cs(tmp), mode, cs(inf.expr), inf.keylen, inf.forExpr.empty() ? nullptr : cs(inf.forExpr)));
+        FoxFile f(tmp, 0);
+        need(path, DBfbBuildIndex(t.h, f.h));
+    } else if (e == "cdx") {
+        if (!tag.empty()) {
+            // One tag: a copy of the file with that tag made again.
+            if (!copyFile(path, tmp)) fail(tmp, DBE_WRITE);
+            FoxFile f(tmp, 0);
+            IndexInfo inf;
+            {
+                FoxIndex *ix = f.open(tag);
+                inf = ix->info();
+                delete ix;
+            }
+            need(path, DBfpDeleteTag(f.h, cs(tag)));
+            buildTag(t, f.h, path, inf.tag, inf);
+            return;
+        }
+        std::vector<std::pair<std::string, IndexInfo>> tags;
+        {
+            FoxFile old(path, DBO_READONLY);
+            for (const std::string &name : old.tags()) {
+                FoxIndex *ix = old.open(name);
+                tags.emplace_back(name, ix->info());
+                delete ix;
+            }
+        }
+        need(tmp, DBfpCreateIndex(cs(tmp)));
+        FoxFile f(tmp, 0);
+        for (const auto &tg : tags) buildTag(t, f.h, path, tg.first, tg.second);
     } else {
         usage(("not an index file this tool knows: " + path).c_str());
     }
-    if (std::rename(tmp.c_str(), path.c_str()) != 0) {
-        std::remove(tmp.c_str());
-        fail(path, DBE_ACCESS);
-    }
+}
+
+int cmdReindex(const std::vector<std::string> &args) {
+    if (args.size() < 2 || args.size() > 3) usage("reindex takes a table, an index and perhaps a tag");
+    const std::string path = args[1];
+    if (!exists(path)) fail(path, DBE_NOTFOUND);
+    Table t(args[0], false);
+    // The new file is made beside the old one and takes its name only when
+    // complete: a failure at any point leaves the old index as it was.
+    static std::string tmp;
+    tmp = path + ".xbtool-new";
+    std::remove(tmp.c_str());
+    std::atexit([] { std::remove(tmp.c_str()); });
+    rebuild(t, path, tmp, args.size() == 3 ? args[2] : "");
+    if (std::rename(tmp.c_str(), path.c_str()) != 0) fail(path, DBE_ACCESS);
     std::printf("%s rebuilt from %s (%ld records)\n", path.c_str(), args[0].c_str(), static_cast<long>(t.count()));
     return 0;
 }
@@ -624,14 +887,33 @@ void infoMemo(const std::string &path) {
     DBxbCloseMemo(h);
 }
 
-void infoIndex(const std::string &path) {
-    Index *ix = openIndex(path, "", false);
-    const IndexInfo i = ix->info();
-    std::printf("index %s\n  %s, key %s, length %d", path.c_str(), i.kind.c_str(), i.expr.c_str(), i.keylen);
+void printIndex(const IndexInfo &i) {
+    std::printf("  %s%s%s, key %s, length %d", i.kind.c_str(), i.tag.empty() ? "" : " ", i.tag.c_str(), i.expr.c_str(), i.keylen);
     if (i.type != '?') std::printf(", type %c", i.type);
     if (i.decimals) std::printf(", %d decimals", i.decimals);
+    if (!i.forExpr.empty()) std::printf(", for %s", i.forExpr.c_str());
     std::printf("%s\n", i.unique ? ", unique" : "");
+}
+
+void infoIndex(const std::string &path) {
+    std::printf("index %s\n", path.c_str());
+    const std::string e = extension(path);
+    if (e == "cdx" || e == "idx") {
+        FoxFile f(path, DBO_READONLY);
+        const std::vector<std::string> tags = f.compound ? f.tags() : std::vector<std::string>{""};
+        if (f.compound) std::printf("  compound file, %zu tags\n", tags.size());
+        for (const std::string &name : tags) {
+            FoxIndex *ix = f.open(name);
+            printIndex(ix->info());
+            delete ix;
+        }
+        return;
+    }
+    FoxFile *fox = nullptr;
+    Index *ix = openIndex(path, "", false, &fox);
+    printIndex(ix->info());
     delete ix;
+    delete fox;
 }
 
 int cmdInfo(const std::vector<std::string> &args) {
