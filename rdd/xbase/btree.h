@@ -10,6 +10,7 @@
 #pragma once
 
 #include "core.h"
+#include "dbf.h"
 #include "os.h"
 
 #include <algorithm>
@@ -135,6 +136,85 @@ void _DBPagePin(DBPAGECACHE &c, int32_t page, bool on);
 // failure with 209 and the count reached in *size.
 int _DBPageResize(DBPAGECACHE &c, const DBPAGEFILE &f, int16_t *size);
 
+
+// ---------------------------------------------------------------------------
+// The index file
+// ---------------------------------------------------------------------------
+
+// Open an index file into ph with the library's mode rules: DBO_AUTOLOCK
+// adds DBO_FLUSH and DBO_SHARED (and is dropped with DBO_READONLY);
+// DBO_FLUSH and DBO_UNBUFFERED make it write-through; a shared file rereads
+// its header before trusting it. codes: the access codes (the mode's low
+// byte) the family accepts, one bit each; any other gives -218 with the
+// file open (the caller closes it). The name goes into ph.n.
+int _DBIndexOpenFile(DBPKTHDR &ph, char *filename, int mode, uint32_t codes);
+// Create a file holding exactly len bytes; a failure leaves no file behind.
+int _DBIndexWriteNew(char *filename, const void *bytes, int len);
+// A key expression as index headers keep it: no blanks, upper case. In
+// place (for an expression read from a file) or into out (cap bytes, from a
+// caller's text): its length, or -207 when it does not fit.
+void _DBIndexTidyExpr(char *e);
+int _DBIndexNewExpr(char *out, size_t cap, const char *expr);
+
+// The search modes of the Clipper-family indexes (NTX, NDX), applied to
+// what a plain search (mode 1, or 2 for mode 2) returned:
+//   11 the last key below the text; 12 the key, or the one before it;
+//   13 as 1, never 203; 14 the key, or the first above; 15 the first above.
+// step(forward) moves one entry, leaves it in key and returns 0, 203 or an
+// error; same(a, b) tells whether two keys are equal; k is the key length.
+template <class Step, class Same>
+int _DBSearchModes(int mode, int rc, char *key, int k, int64_t limit, Step step, Same same) {
+    switch (mode) {
+    case 11:
+        if (rc == 0) rc = step(false);
+        return rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+    case 12:
+        return rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+    case 13:
+        return rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+    case 14:
+    case 15:
+        if (rc == 0 && mode == 15) {
+            // Past every key equal to the one found.
+            char found[520];
+            std::memcpy(found, key, static_cast<size_t>(k));
+            do {
+                rc = step(true);
+            } while (rc == 0 && same(key, found) && --limit > 0);
+            if (limit <= 0) return DBE_CORRUPT;
+            return rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+        }
+        // Below every key, the first key is already the first above.
+        if (rc == DBW_NOMOREKEYS) return 0;
+        if (rc == DBW_KEYNOTFOUND) {
+            rc = step(true);
+            return rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
+        }
+        return rc;
+    default:
+        return rc;
+    }
+}
+
+// Create a new index file and fill it from a table, the same steps for
+// every family: create(), open(&handle) with mode 0, fill(handle),
+// close(handle); a shared table's locks are let go at the end, and the file
+// is removed when a step after the create failed. Returns 0 or the first
+// failure, which the caller logs under its own name.
+template <class Create, class Open, class Fill, class Close>
+int _DBBuildNewIndex(int32_t table, char *filename, Create create, Open open, Fill fill, Close close) {
+    if (_DBLockDataStruc(table) != 0 || create() != 0) return DBerrno;
+    int h = -1;
+    int rc = open(&h);
+    if (rc == 0) {
+        rc = fill(h);
+        const int closed = close(h);
+        if (rc == 0) rc = closed;
+    }
+    if (_DBLockDataStruc(table) == 0 && DBxbd->ph.m.shared) DBUnLockAll(table);
+    if (rc != 0) _DBosDeleteFile(filename);
+    return _DBStatus(rc);
+}
 
 // ---------------------------------------------------------------------------
 // Descent path

@@ -11,13 +11,8 @@ extern "C" DBAPI int DBclCreateIndex(char *filename, int keytype, char *expr, in
     if (std::strlen(filename) >= sizeof(DBPKTHDR::n)) return here.fail(DBE_BADFILENAME, __LINE__);
     // The expression is stored without blanks and in upper case.
     char e[256] = {};
-    size_t n = 0;
-    for (const char *r = expr; *r; r++) {
-        if (*r == ' ') continue;
-        if (n >= 255) return here.fail(DBE_BADEXPR, __LINE__);
-        e[n++] = *r;
-    }
-    _DBstrupr(e);
+    const int n = _DBIndexNewExpr(e, sizeof e, expr);
+    if (n < 0) return DBerrno;
     const bool unique = (keytype & 0x80) != 0;
     const int type = (keytype & ~0x80) & ~0x20;
     switch (type) {
@@ -51,17 +46,9 @@ extern "C" DBAPI int DBclCreateIndex(char *filename, int keytype, char *expr, in
     _DBStoreLE16(file + 16, static_cast<uint16_t>(decimals));
     _DBStoreLE16(file + 18, h.max_number_keys_page);
     _DBStoreLE16(file + 20, h.mnk);
-    std::memcpy(file + 22, e, n);
+    std::memcpy(file + 22, e, static_cast<size_t>(n));
     _DBStoreLE16(file + 278, unique ? 1 : 0);
     _DBclFormatPage(reinterpret_cast<char *>(file) + DBNTXPAGE, h);
-    int fd = -1;
-    if (DBosCreateFile(&fd, filename) != 0) return here.fail(DBerrno, __LINE__);
-    DBerrno = 0;
-    const int rc = _DBosWriteAt(fd, 0, file, sizeof file, 0);
-    DBosCloseFile(fd);
-    if (rc != 0) {
-        _DBosDeleteFile(filename);
-        return here.fail(rc, __LINE__);
-    }
+    if (_DBIndexWriteNew(filename, file, sizeof file) != 0) return here.fail(DBerrno, __LINE__);
     return _DBStatus(0);
 }

@@ -158,21 +158,14 @@ int _build(int32_t table, char *filename, int16_t ih) {
 }  // namespace
 
 extern "C" DBAPI int DBclBuildIndex(int table, char *filename, int keytype, char *expr, int keylen, int decimals) {
-    if (_DBLockDataStruc(table) != 0) return DBerrno;
-    if (DBclCreateIndex(filename, keytype, expr, keylen, decimals) != 0) return DBerrno;
-    short ih = -1;
-    if (DBclOpenIndex(&ih, filename, 0) != 0) {
-        const int rc = DBerrno;
-        _DBosDeleteFile(filename);
-        return here.fail(rc, __LINE__);
-    }
-    int rc = _build(table, filename, ih);
-    const int closed = DBclCloseIndex(ih);
-    if (rc == 0) rc = closed;
-    if (_DBLockDataStruc(table) == 0 && DBxbd->ph.m.shared) DBUnLockAll(table);
-    if (rc != 0) {
-        _DBosDeleteFile(filename);
-        return here.fail(rc, __LINE__);
-    }
-    return _DBStatus(0);
+    const int rc = _DBBuildNewIndex(
+        table, filename, [&] { return DBclCreateIndex(filename, keytype, expr, keylen, decimals); },
+        [&](int *h) {
+            short s = -1;
+            const int r = DBclOpenIndex(&s, filename, 0);
+            *h = s;
+            return r;
+        },
+        [&](int h) { return _build(table, filename, static_cast<int16_t>(h)); }, DBclCloseIndex);
+    return rc != 0 ? here.fail(rc, __LINE__) : 0;
 }

@@ -177,38 +177,8 @@ extern "C" DBAPI int DBclKeySearch(int handle, char *key, int32_t *recno, int mo
         if (s >= 0 && _DBclCurrentEntry(key, recno) != 0) return DBerrno;
         return s;
     };
-    switch (mode) {
-    case 11:
-        if (rc == 0) rc = next(false);
-        rc = rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
-        break;
-    case 12:
-        rc = rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
-        break;
-    case 13:
-        if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
-        break;
-    case 14:
-    case 15:
-        if (rc == 0 && mode == 15) {
-            // Past every key equal to the one found.
-            std::memcpy(DBkeybfr1, key, static_cast<size_t>(DBcli->h.k));
-            int64_t left = _DBclWalkLimit();
-            do {
-                rc = next(true);
-            } while (rc == 0 && std::memcmp(key, DBkeybfr1, DBcli->h.k) == 0 && --left > 0);
-            if (left <= 0) rc = here.fail(DBE_CORRUPT, __LINE__);
-            if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
-        } else if (rc == DBW_NOMOREKEYS) {
-            // Below every key: the first key is already the first above.
-            rc = 0;
-        } else if (rc == DBW_KEYNOTFOUND) {
-            rc = next(true);
-            if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
-        }
-        break;
-    default:
-        break;
-    }
+    rc = _DBSearchModes(mode, rc, key, DBcli->h.k, _DBclWalkLimit(), next,
+                        [](const char *a, const char *b) { return std::memcmp(a, b, static_cast<size_t>(DBcli->h.k)) == 0; });
+    if (rc < 0) rc = here.fail(rc, __LINE__);
     return _DBclSettle(rc, key, *recno);
 }

@@ -36,23 +36,7 @@ void _release(int handle, DBNTXPKT *x) {
 }
 
 int _open(DBNTXPKT *x, char *filename, int mode) {
-    if (mode & DBO_AUTOLOCK) {
-        mode |= DBO_FLUSH | DBO_SHARED;
-        if (mode & DBO_READONLY) mode &= ~DBO_AUTOLOCK;
-    }
-    if (DBosOpenFile(&x->ph.dh, filename, mode, &x->ph.m) != 0) {
-        x->ph.dh = -1;
-        return DBerrno;
-    }
-    if (mode & DBO_FLUSH) {
-        x->ph.m.always_flush = 1;
-        x->ph.flush_disk = 1;
-    }
-    if (mode & DBO_UNBUFFERED) x->ph.m.always_flush = 1;
-    if ((mode & DBO_AUTOLOCK) && x->ph.m.shared) x->ph.m.auto_locks = 1;
-    if (x->ph.m.shared) x->ph.m.read_header_information = 1;
-    const int access = mode & 0xFF;
-    if (access != 0 && access != 5 && access != 6) return here.fail(DBE_BADVERSION, __LINE__);
+    if (_DBIndexOpenFile(x->ph, filename, mode, 1u << 0 | 1u << 5 | 1u << 6) != 0) return DBerrno;
     if (DBosFileLength(x->ph.dh, &x->fs) != 0) return here.fail(DBerrno, __LINE__);
     uint8_t b[280];
     if (_DBosReadAt(x->ph.dh, 0, b, sizeof b) != 0) return here.fail(DBerrno, __LINE__);
@@ -68,12 +52,7 @@ int _open(DBNTXPKT *x, char *filename, int mode) {
     if (!nul) return here.fail(DBE_BADEXPR, __LINE__);
     // The expression is kept without blanks and in upper case: that is the
     // form every producer compares.
-    char *w = h.e;
-    for (const char *r = h.e; *r; r++)
-        if (*r != ' ') *w++ = *r;
-    *w = '\0';
-    _DBstrupr(h.e);
-    _DBCopyName(x->ph.n, sizeof x->ph.n, filename);
+    _DBIndexTidyExpr(h.e);
     for (int j = 0; j <= h.max_number_keys_page; j++)
         x->grid[2 * h.max_number_keys_page + 4 + j * h.key_item_len] = static_cast<uint8_t>(j + 1);
     if (x->ph.m.shared && x->ph.m.always_flush) {

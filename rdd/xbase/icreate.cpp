@@ -6,20 +6,6 @@
 
 namespace {
 constexpr DBSite here{"rdd/xbase/icreate"};
-
-// Write a whole new file; a failure leaves no file behind.
-int _writeNew(char *filename, const char *bytes, int len) {
-    int fd = -1;
-    if (DBosCreateFile(&fd, filename) != 0) return here.fail(DBerrno, __LINE__);
-    DBerrno = 0;
-    const int rc = _DBosWriteAt(fd, 0, bytes, len, 0);
-    DBosCloseFile(fd);
-    if (rc != 0) {
-        _DBosDeleteFile(filename);
-        return here.fail(rc, __LINE__);
-    }
-    return _DBStatus(0);
-}
 }  // namespace
 
 int _DBfpNormalise(const char *in, char *out, size_t max, bool required) {
@@ -80,7 +66,7 @@ extern "C" DBAPI int DBfpCreateIndex(char *filename) {
     char file[3 * DBCDXPAGE];
     _DBfpNewHeader(file, true, DBCDX_COMPACTBITS, 10, "", nullptr, 2 * DBCDXPAGE, 0);
     _DBfpEmptyLeaf(file + 2 * DBCDXPAGE, true, 10, 3);
-    return _writeNew(filename, file, sizeof file);
+    return _DBIndexWriteNew(filename, file, sizeof file);
 }
 
 extern "C" DBAPI int DBfbCreateIndex(char *filename, int mode, char *expr, int keylen, char *forexpr) {
@@ -101,5 +87,5 @@ extern "C" DBAPI int DBfbCreateIndex(char *filename, int mode, char *expr, int k
     char file[3 * DBCDXPAGE];
     _DBfpNewHeader(file, compact, options, keylen, e, hasFor ? f : nullptr, hl, hl + DBCDXPAGE);
     _DBfpEmptyLeaf(file + hl, compact, keylen, 3);
-    return _writeNew(filename, file, hl + DBCDXPAGE);
+    return _DBIndexWriteNew(filename, file, hl + DBCDXPAGE);
 }

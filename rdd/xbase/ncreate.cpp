@@ -11,14 +11,9 @@ extern "C" DBAPI int DBd3CreateIndex(char *filename, int keytype, char *expr, in
     if (std::strlen(filename) >= sizeof(DBPKTHDR::n)) return here.fail(DBE_BADFILENAME, __LINE__);
     // The expression is stored without blanks and in upper case.
     char e[256] = {};
-    size_t n = 0;
-    for (const char *r = expr; *r; r++) {
-        if (*r == ' ') continue;
-        if (n >= 255) return here.fail(DBE_BADEXPR, __LINE__);
-        e[n++] = *r;
-    }
+    const int n = _DBIndexNewExpr(e, sizeof e, expr);
+    if (n < 0) return DBerrno;
     if (n == 0) return here.fail(DBE_BADEXPR, __LINE__);
-    _DBstrupr(e);
     const bool unique = (keytype & 0x80) != 0;
     int type = 0;
     switch ((keytype & ~0x80) & ~0x20) {
@@ -47,16 +42,8 @@ extern "C" DBAPI int DBd3CreateIndex(char *filename, int keytype, char *expr, in
     _DBStoreLE16(file + 16, static_cast<uint16_t>(type));
     _DBStoreLE16(file + 18, static_cast<uint16_t>(il));
     file[23] = unique ? 1 : 0;
-    std::memcpy(file + 24, e, n);
+    std::memcpy(file + 24, e, static_cast<size_t>(n));
     // Block 1, the root, is an empty leaf: all zero.
-    int fd = -1;
-    if (DBosCreateFile(&fd, filename) != 0) return here.fail(DBerrno, __LINE__);
-    DBerrno = 0;
-    const int rc = _DBosWriteAt(fd, 0, file, sizeof file, 0);
-    DBosCloseFile(fd);
-    if (rc != 0) {
-        _DBosDeleteFile(filename);
-        return here.fail(rc, __LINE__);
-    }
+    if (_DBIndexWriteNew(filename, file, sizeof file) != 0) return here.fail(DBerrno, __LINE__);
     return _DBStatus(0);
 }

@@ -151,7 +151,6 @@ extern "C" DBAPI int DBd3KeySearch(int handle, char *key, int32_t *recno, int mo
     if (_DBd3LockIndexStruc(handle) != 0) return DBerrno;
     if (!key || !recno) return here.fail(DBE_NULLPARAM, __LINE__);
     if (_DBd3Refresh() != 0) return DBerrno;
-    DBNDXPKT *x = DBd3i;
     const int inner = mode == 2 ? 2 : (mode >= 11 && mode <= 15) ? 1 : mode;
     int rc = _DBd3KeySearch(key, recno, inner);
     if (rc < 0 || rc == DBW_EMPTY) return _DBd3Settle(rc, key, *recno);
@@ -160,37 +159,8 @@ extern "C" DBAPI int DBd3KeySearch(int handle, char *key, int32_t *recno, int mo
         if (s >= 0 && _DBd3CurrentEntry(key, recno) != 0) return DBerrno;
         return s;
     };
-    switch (mode) {
-    case 11:
-        if (rc == 0) rc = next(false);
-        rc = rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
-        break;
-    case 12:
-        rc = rc == DBW_KEYNOTFOUND ? 0 : rc == DBW_NOMOREKEYS ? DBW_KEYNOTFOUND : rc;
-        break;
-    case 13:
-        if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
-        break;
-    case 14:
-    case 15:
-        if (rc == 0 && mode == 15) {
-            // Past every key equal to the one found.
-            std::memcpy(DBkeybfr1, key, static_cast<size_t>(x->h.k));
-            int64_t left = _DBd3WalkLimit();
-            do {
-                rc = next(true);
-            } while (rc == 0 && _DBd3Compare(x->h, key, DBkeybfr1, x->h.k) == 0 && --left > 0);
-            if (left <= 0) rc = here.fail(DBE_CORRUPT, __LINE__);
-            if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
-        } else if (rc == DBW_NOMOREKEYS) {
-            rc = 0;  // below every key: the first key is the first above
-        } else if (rc == DBW_KEYNOTFOUND) {
-            rc = next(true);
-            if (rc == DBW_NOMOREKEYS) rc = DBW_KEYNOTFOUND;
-        }
-        break;
-    default:
-        break;
-    }
+    rc = _DBSearchModes(mode, rc, key, DBd3i->h.k, _DBd3WalkLimit(), next,
+                        [](const char *a, const char *b) { return _DBd3Compare(DBd3i->h, a, b, DBd3i->h.k) == 0; });
+    if (rc < 0) rc = here.fail(rc, __LINE__);
     return _DBd3Settle(rc, key, *recno);
 }

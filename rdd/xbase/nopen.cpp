@@ -29,23 +29,7 @@ void _release(int handle, DBNDXPKT *x) {
 }
 
 int _open(DBNDXPKT *x, char *filename, int mode) {
-    if (mode & DBO_AUTOLOCK) {
-        mode |= DBO_FLUSH | DBO_SHARED;
-        if (mode & DBO_READONLY) mode &= ~DBO_AUTOLOCK;
-    }
-    if (DBosOpenFile(&x->ph.dh, filename, mode, &x->ph.m) != 0) {
-        x->ph.dh = -1;
-        return DBerrno;
-    }
-    if (mode & DBO_FLUSH) {
-        x->ph.m.always_flush = 1;
-        x->ph.flush_disk = 1;
-    }
-    if (mode & DBO_UNBUFFERED) x->ph.m.always_flush = 1;
-    if ((mode & DBO_AUTOLOCK) && x->ph.m.shared) x->ph.m.auto_locks = 1;
-    if (x->ph.m.shared) x->ph.m.read_header_information = 1;
-    const int access = mode & 0xFF;
-    if (access != 0 && access != 5 && access != 6) return here.fail(DBE_BADVERSION, __LINE__);
+    if (_DBIndexOpenFile(x->ph, filename, mode, 1u << 0 | 1u << 5 | 1u << 6) != 0) return DBerrno;
     if (DBosFileLength(x->ph.dh, &x->fs) != 0) return here.fail(DBerrno, __LINE__);
     uint8_t b[DBNDXBLOCK];
     if (_DBosReadAt(x->ph.dh, 0, b, sizeof b) != 0) return here.fail(DBerrno, __LINE__);
@@ -63,12 +47,7 @@ int _open(DBNDXPKT *x, char *filename, int mode) {
     if (h.m < 2 || h.m > (DBNDXBLOCK - 8) / h.il) return here.fail(DBE_MAXKEYS, __LINE__);
     if (!std::memchr(h.e, 0, sizeof h.e) || h.e[0] == '\0') return here.fail(DBE_BADEXPR, __LINE__);
     // Kept without blanks and in upper case: the form the evaluator reads.
-    char *w = h.e;
-    for (const char *r = h.e; *r; r++)
-        if (*r != ' ') *w++ = *r;
-    *w = '\0';
-    _DBstrupr(h.e);
-    _DBCopyName(x->ph.n, sizeof x->ph.n, filename);
+    _DBIndexTidyExpr(h.e);
     if (x->ph.m.shared) {
         // A shared index forgets its pages whenever it may have missed a
         // change (see _DBd3GetIndexHeader): its place is kept by key.

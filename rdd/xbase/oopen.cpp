@@ -45,30 +45,12 @@ void _release(int handle, DBCDXPKT *x) {
 }
 
 int _openFile(DBCDXPKT *x, char *filename, int mode, int32_t *measured) {
-    // Automatic locks imply a shared write-through file, except read-only.
-    if (mode & DBO_AUTOLOCK) {
-        mode |= DBO_FLUSH | DBO_SHARED;
-        if (mode & DBO_READONLY) mode &= ~DBO_AUTOLOCK;
-    }
-    if (DBosOpenFile(&x->ph.dh, filename, mode, &x->ph.m) != 0) {
-        x->ph.dh = -1;
-        return DBerrno;
-    }
-    if (mode & DBO_FLUSH) {
-        x->ph.m.always_flush = 1;
-        x->ph.flush_disk = 1;
-    }
-    if (mode & DBO_UNBUFFERED) x->ph.m.always_flush = 1;
-    if ((mode & DBO_AUTOLOCK) && x->ph.m.shared) x->ph.m.auto_locks = 1;
-    if (x->ph.m.shared) x->ph.m.read_header_information = 1;
-    const int access = mode & 0xFF;
-    if (access != 0 && access != 3 && access != 4 && access != 8) return here.fail(DBE_BADVERSION, __LINE__);
+    if (_DBIndexOpenFile(x->ph, filename, mode, 1u << 0 | 1u << 3 | 1u << 4 | 1u << 8) != 0) return DBerrno;
     if (DBosFileLength(x->ph.dh, &x->file_size) != 0) return here.fail(DBerrno, __LINE__);
     *measured = x->file_size;
     // Alone with the file, pages are copied from a view of it rather than
     // read one system call at a time.
     if (!x->ph.m.shared) _DBPageMapOpen(x->map, x->ph.dh, x->file_size);
-    _DBCopyName(x->ph.n, sizeof x->ph.n, filename);
     x->tc = DBCDXTAGS;
     DBtag = 0;
     qd_pageno = 0;
