@@ -37,9 +37,12 @@ void _release(int handle, DBNTXPKT *x) {
 
 int _open(DBNTXPKT *x, char *filename, int mode) {
     if (_DBIndexOpenFile(x->ph, filename, mode, 1u << 0 | 1u << 5 | 1u << 6) != 0) return DBerrno;
-    if (DBosFileLength(x->ph.dh, &x->fs) != 0) return here.fail(DBerrno, __LINE__);
+    // The header before the length: a writer in another process grows the
+    // file before it names a new page in the header, so a length measured
+    // after the header covers every page the header names.
     uint8_t b[280];
     if (_DBosReadAt(x->ph.dh, 0, b, sizeof b) != 0) return here.fail(DBerrno, __LINE__);
+    if (DBosFileLength(x->ph.dh, &x->fs) != 0) return here.fail(DBerrno, __LINE__);
     DBNTXHDR &h = x->h;
     _loadHeader(h, b);
     if (h.k < 1 || h.k > 200) return here.fail(DBE_KEYLEN, __LINE__);
