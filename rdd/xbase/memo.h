@@ -231,3 +231,16 @@ int _DBMemoPackEnd(int dbf, int *memo, bool fpt, char *path, char *tmp, int mode
 // keeps the data within the file (-206): a damaged length can then never
 // size an allocation beyond what the file holds.
 int _DBfpReadBlockHeader(int32_t block, DBFPTRHDR *rh);
+
+// The pieces of an FPT pack that a structure change shares (wpack.cpp).
+// The create code (DBfpCreateMemo) that gives block size bs, or 0 when none does.
+int _DBfpSizeCode(int32_t bs);
+// Memo `block` of DBfpm, type word and all: *rh, and its data in buf after
+// 8 bytes of room for a block header.
+int _DBfpReadMemo(int32_t block, DBOwned<uint8_t> &buf, DBFPTRHDR *rh);
+// Append a memo to a new file being filled (descriptor fd, block size bs,
+// next free block *ff): buf holds 8 bytes of room, then len data bytes;
+// the block header (type, len) goes into the room. *nb is its block.
+int _DBfpAppendMemo(int fd, int32_t bs, int32_t *ff, int32_t type, uint8_t *buf, int32_t len, int32_t *nb);
+// Write the next free block ff into the new file and pad it to ff blocks.
+int _DBfpFinishFile(int fd, int32_t bs, int32_t ff);
