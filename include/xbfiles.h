@@ -620,6 +620,75 @@ DBAPI int DBGetLockInfo(int handle, DBFILELOCKS *list, int max, int *count);
  * in that hand-over reopens the old table (*handle is -1 only when even
  * that fails) and returns the failure. */
 DBAPI int DBPackFile(int *handle);
+/* Give the open table *handle a new list of fields and keep its records.
+ * The list is checked and rewritten exactly as DBCreateFile checks and
+ * rewrites one, in the table's style (which stays), before anything is
+ * written. Fields are matched by name, letter case ignored: a kept field
+ * keeps its value, converted when its type or size changes; new fields
+ * start blank; dropped fields disappear. Every record is kept in order,
+ * deleted ones still marked.
+ *
+ * Conversions (a field of the same type, length and decimals keeps its
+ * bytes as they are; a blank value stays blank; "lost" means the new field
+ * is left blank, or a text is cut, and the call returns 205):
+ * - to 'C': a text is cut to the new length (lost when anything but
+ *   trailing blanks goes); a number gives its text as stored ("12.50"; a
+ *   binary number its digits), a date its "yyyymmdd", a logical "T" or
+ *   "F", a memo its text (a binary memo is lost). A number or date whose
+ *   text does not fit is lost, never cut.
+ * - to 'N' and 'F': the value, or the number a text shows (blanks around
+ *   it, a sign, digits and one '.'; anything else is lost), right-aligned
+ *   with the new decimals, rounded half away from zero on its decimal
+ *   digits (206 when that changed the value); a number too wide for the
+ *   new length is lost (dropping the 0 before the point first, as dBASE
+ *   writes ".50"). Logicals are lost.
+ * - to 'D': a date, or a text that is eight digits of a valid date
+ *   ("yyyymmdd") or a date in the default date style; anything else is lost.
+ * - to 'L': a logical, or a text T, Y, .T., TRUE, YES (true) or F, N, .F.,
+ *   FALSE, NO (false) in any letter case; "?" is blank; anything else is lost.
+ * - to 'M': a memo keeps its content (an FPT memo its type word too); any
+ *   other value becomes a text memo of its text (a text a dBASE III memo
+ *   cannot hold, with the byte 0x1A, is lost).
+ * - to the binary codes 1, 2 (16-bit), 3, 4, 11 (32-bit integer) and 13
+ *   (double): the number, or the number a text shows; integers rounded half
+ *   away from zero (206), lost out of range.
+ * Other old types ('T', 'Y', 'B', '0' ...) convert only to themselves.
+ * When both 205 and 206 apply, 205 is returned.
+ *
+ * Memo files. The style decides the kind: FPT in styles 4 and 8, dBASE IV
+ * DBT in style 2, dBASE III DBT otherwise; the file is "<stem>.DBT" or
+ * "<stem>.FPT" beside the table (lower-case extension when the table's has
+ * a lower-case letter; an existing file in the other case is used). When
+ * either list has memo fields the memo file is rewritten: the new one
+ * holds, in record order, only the memos the records point to (deleted
+ * records included) with their pointers renumbered, in the old file's
+ * block size (64 bytes FPT, 512 DBT for a first memo file). A table that
+ * gains its first memo field gets a memo file; one that loses its last
+ * drops it.
+ *
+ * The new table ("<dir><n>.DBF") and memo file ("<dir><n>.DBT"/".FPT") are
+ * built beside the old ones; only when both are complete do they take the
+ * old names, and the old files keep the backup names "<stem>.BAK" and
+ * "<stem>.TBK" (older backups are replaced). A failure before that leaves
+ * the old files untouched and removes the new ones. The swap is ordered so
+ * that a failure, or a crash, at any step leaves the old pair or the new
+ * pair under the original names; while two files change a marker
+ * "<dir><table stem>.MPK" stands, from which the next DBOpenFile of the
+ * table finishes or undoes the change (the new table under the name means
+ * finish). A shared table is file-locked for the change, as by DBPackFile.
+ * On success *handle keeps its number and holds the new table, opened with
+ * the old open mode and cache size and without locks; on failure it still
+ * holds the old table, unchanged.
+ *
+ * Statuses: 0, 205, 206; -221 NULL handle pointer or field list; -213 bad
+ * handle; -236 read-only table; DBCreateFile's statuses for the list (-218
+ * for a style-10 table, which cannot be created); -245 this process has the
+ * memo file open under a memo handle (close it first); -240 the marker of
+ * an unfinished change or memo pack is there; -204 a memo pointer that is
+ * no block number; -205 memo fields that point to memos without a memo
+ * file; the memo and file layers' errors. An index is not rebuilt: rebuild
+ * the table's indexes afterwards. */
+DBAPI int DBModifyFile(int *handle, int nfields, DBFIELD *fields);
 
 /* ------------------------------------------------------------------------
  * FPT memo files (FoxPro)

@@ -179,6 +179,23 @@ int _DBMemoMarkWrite(char *mark, bool fpt, const char *table, const char *memo, 
 constexpr int DBMARK_STATE = 8;
 constexpr int DBMARK_WORK = 10;
 int _DBMemoMarkByte(char *mark, int at, char value);
+// A table replaced wholesale by a new one built beside it (DBModifyFile),
+// with its memo file when either table has memo fields. The names: the
+// table, the finished new table under its work name, and the name the old
+// table keeps as a backup; the same three for the memo file. memoOld: a
+// file under `memo` is replaced or, without memoNew, dropped; memoNew: the
+// new memo file is finished under memoWork.
+struct DBTABLESWAP {
+    char *table, *work, *backup;
+    char *memo, *memoWork, *memoBackup;
+    bool memoOld, memoNew;
+};
+// Put the new files in place so that a failure or a crash at any point
+// leaves the old pair or the new pair under the original names (or a
+// marker from which the next open of the table makes one whole); the old
+// files keep their backup names. The work files are this function's from
+// the call on: a failure removes them unless the marker still needs them.
+int _DBTableSwap(const DBTABLESWAP &s);
 // In DBOpenFile, on the table just opened (DBxbd, named `filename`): finish
 // or undo a memo pack that a crash interrupted. 0 when there was nothing to
 // do, or another process holds the table's file lock (its pack may still be
