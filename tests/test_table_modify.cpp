@@ -141,4 +141,171 @@ TEST_F(Modify, EveryConversion) {
     }
 }
 
+// Fields reordered, renamed in another letter case, widened, cut, added and
+// dropped in a shared table: every record in order with its deleted mark,
+// the handle keeps its number and open mode, the old file is the backup,
+// and python3-dbfread reads the new one.
+TEST_F(Modify, RecordsAndStructure) {
+    tablea::RawDbf r;
+    r.field("NAME", 'C', 10).field("AMOUNT", 'N', 8, 2).field("HIRED", 'D', 8).field("ACTIVE", 'L', 1).field("CODE", 'C', 4);
+    for (int i = 1; i <= 9; i++) {
+        char rec[64];
+        std::snprintf(rec, sizeof rec, "%c%-10s%8.2f2024%02d%02d%cC%03d", i % 4 == 3 ? '*' : ' ',
+                      (i % 2 ? "row" + std::to_string(i) : "longname" + std::to_string(i)).c_str(), i * 1.5 - 4, i,
+                      i + 10, "TF?"[i % 3], i);
+        r.records.push_back(rec);
+    }
+    r.write(t());
+    const Bytes before = xbt::readFile(t());
+    int h = -1;
+    ASSERT_EQ(tablea::open(&h, t(), 1 | DBO_SHARED), 0);
+    const int number = h;
+    std::vector<DBFIELD> f = {fld("active", 'L'), fld("Name", 'C', 6), fld("NEW", 'N', 5), fld("amount", 'N', 10, 3),
+                              fld("HIRED", 'C', 8)};
+    EXPECT_EQ(DBModifyFile(&h, 5, f.data()), DBW_TRUNCATED);  // "longname2" does not fit
+    EXPECT_EQ(h, number);
+    EXPECT_EQ(std::string(f[0].name) + f[1].name + f[3].name, "ACTIVENAMEAMOUNT");  // the list rewritten as DBCreateFile does
+    DBFILEINFO info{};
+    ASSERT_EQ(DBGetFileInfo(h, &info), 0);
+    EXPECT_EQ(info.flags.isshareable, 1);
+    int32_t count = 0;
+    ASSERT_EQ(DBGetRecordCount(h, &count), 0);
+    EXPECT_EQ(count, 9);
+    char name[16];
+    EXPECT_EQ(DBGetRecord(h, 3), DBW_DELETED);
+    EXPECT_EQ(DBGetNamedStr(h, cs("NAME"), name), 0);
+    EXPECT_STREQ(name, "row3  ");
+    ASSERT_EQ(DBCloseFile(h), 0);
+    EXPECT_EQ(xbt::readFile(path("t.BAK")), before);
+
+    const auto lines = tablea::dbfread(t());
+    ASSERT_EQ(lines.size(), 2u + 5 + 9);
+    EXPECT_EQ(lines[0][1] + " " + lines[0][2] + " " + lines[0][5], "03 9 5");
+    for (int i = 1; i <= 9; i++) {
+        const std::vector<std::string> &l = lines[6 + static_cast<size_t>(i - 1)];
+        ASSERT_EQ(l.size(), 8u);
+        EXPECT_EQ(l[2], i % 4 == 3 ? "1" : "0") << i;
+        EXPECT_EQ(l[3], i % 3 == 0 ? "true" : i % 3 == 1 ? "false" : "null") << i;
+        const std::string nm = i % 2 ? "row" + std::to_string(i) : "longname" + std::to_string(i);
+        EXPECT_EQ(l[4], "\"" + nm.substr(0, 6) + "\"") << i;
+        EXPECT_EQ(l[5], "null") << i;
+        EXPECT_NEAR(std::stod(l[6]), i * 1.5 - 4, 1e-9) << i;
+        char date[16];
+        std::snprintf(date, sizeof date, "\"2024%02d%02d\"", i, i + 10);
+        EXPECT_EQ(l[7], date) << i;
+    }
+}
+
+// A table with memos in each kind: NOTES kept (some of its old texts dead),
+// TITLE from text to memo, SUMMARY from memo to text (cut). The new memo
+// file holds what the records point to, deleted records included, and
+// python3-dbfread reads the texts through the new pointers.
+TEST_F(Modify, MemoKinds) {
+    const struct { bool fpt; int size, version, style; const char *memo; } kinds[] = {
+        {false, 1, 3, 1, "t.dbt"}, {false, 1, 2, 2, "t.dbt"}, {true, 1, 0, 4, "t.fpt"}};
+    for (const auto &k : kinds) {
+        SCOPED_TRACE(k.style);
+        for (const std::string &n : names()) std::remove(path(n).c_str());
+        std::vector<DBFIELD> f = {fld("NAME", 'C', 10), fld("NOTES", 'M'), fld("TITLE", 'C', 20), fld("SUMMARY", 'M')};
+        ASSERT_EQ(tablea::create(t(), f, k.style), 0);
+        auto m = mt::made(k.fpt, path(k.memo), k.size, k.version, k.version);
+        int h = -1;
+        ASSERT_EQ(tablea::open(&h, t(), k.style), 0);
+        auto notes = [](int i) { return i == 5 ? std::string() : std::string(60 * i, static_cast<char>('a' + i)); };
+        auto summary = [](int i) { return "summary of row " + std::to_string(i); };
+        for (int i = 1; i <= 8; i++) {
+            int32_t rec = 0, nb = 0, sb = m.put(summary(i));
+            if (!notes(i).empty()) nb = m.put(notes(i) + "old"), nb = m.put(notes(i));  // the first copy is dead
+            const std::string title = "title " + std::to_string(i);
+            ASSERT_EQ(DBClearBuffer(h) | DBPutStrField(h, 0, cs(("row" + std::to_string(i)).c_str())), 0);
+            ASSERT_EQ(DBPutFieldData(h, 1, &nb) | DBPutStrField(h, 2, cs(title.c_str())) | DBPutFieldData(h, 3, &sb), 0);
+            ASSERT_EQ(DBPutRecord(h, &rec, DB_APPEND), 0);
+        }
+        ASSERT_EQ(DBMarkRecordInActive(h, 4), 0);
+        ASSERT_EQ(m.close(), 0);
+        const Files old = all();
+        f = {fld("NAME", 'C', 10), fld("NOTES", 'M'), fld("TITLE", 'M'), fld("SUMMARY", 'C', 12)};
+        EXPECT_EQ(DBModifyFile(&h, 4, f.data()), DBW_TRUNCATED);
+        ASSERT_EQ(m.open(k.version), 0);
+        for (int i = 1; i <= 8; i++) {
+            SCOPED_TRACE(i);
+            EXPECT_EQ(DBGetRecord(h, i), i == 4 ? DBW_DELETED : 0);
+            int32_t nb = 0, tb = 0;
+            char sum[20];
+            DBGetFieldData(h, 1, &nb);
+            DBGetFieldData(h, 2, &tb);
+            ASSERT_EQ(DBGetStrField(h, 3, sum), 0);
+            EXPECT_EQ(nb == 0 ? std::string() : m.get(nb), notes(i));
+            EXPECT_EQ(m.get(tb), "title " + std::to_string(i));
+            EXPECT_EQ(std::string(sum), summary(i).substr(0, 12));
+        }
+        EXPECT_LT(xbt::fileSize(path(k.memo)), static_cast<long>(old.at(k.memo).size()));
+        EXPECT_EQ(xbt::readFile(path("t.TBK")), old.at(k.memo));
+        // The block size stays (512 here; a first FPT file would get 64).
+        const Bytes nm = xbt::readFile(path(k.memo));
+        EXPECT_EQ(k.fpt ? mt::get32(nm, 4, true) : k.version == 2 ? nm[20] | nm[21] << 8 : 512u, 512u);
+        ASSERT_EQ(m.close() | DBCloseFile(h), 0);
+        const auto lines = tablea::dbfread(t(), "NOTES");
+        int seen = 0;
+        for (const auto &l : lines) {
+            if (l[0] != "memo") continue;
+            const int i = std::stoi(l[1]) + (std::stoi(l[1]) >= 4);  // dbfread numbers the active records
+            std::string hex;
+            char b[4];
+            for (unsigned char c : notes(i)) std::snprintf(b, sizeof b, "%02x", c), hex += b;
+            EXPECT_EQ(l[2], notes(i).empty() ? "-" : hex) << i;
+            seen++;
+        }
+        EXPECT_EQ(seen, 7);
+    }
+}
+
+// A first memo field brings a memo file, losing the last one drops it (the
+// old one stays as the backup); the texts make the round trip. A memo file
+// open under a memo handle of this process stops the change.
+TEST_F(Modify, MemoGainedAndDropped) {
+    for (int style : {1, 4}) {
+        SCOPED_TRACE(style);
+        for (const std::string &n : names()) std::remove(path(n).c_str());
+        const std::string memo = path(style == 4 ? "t.fpt" : "t.dbt");
+        std::vector<DBFIELD> f = {fld("NAME", 'C', 12), fld("QTY", 'N', 4)};
+        ASSERT_EQ(tablea::create(t(), f, style), 0);
+        int h = -1;
+        ASSERT_EQ(tablea::open(&h, t(), style), 0);
+        for (int i = 1; i <= 5; i++) {
+            int32_t rec = 0;
+            const std::string q = "   " + std::to_string(i);
+            ASSERT_EQ(DBClearBuffer(h) | DBPutStrField(h, 0, cs(i == 3 ? "" : ("text " + std::to_string(i)).c_str())) |
+                          DBPutFieldData(h, 1, cs(q.c_str())) | DBPutRecord(h, &rec, DB_APPEND),
+                      0);
+        }
+        ASSERT_EQ(DBFlushFile(h), 0);
+        const Bytes plain = xbt::readFile(t());
+        f = {fld("NAME", 'M'), fld("QTY", 'N', 4)};
+        ASSERT_EQ(DBModifyFile(&h, 2, f.data()), 0);
+        ASSERT_TRUE(xbt::fileExists(memo));
+        EXPECT_FALSE(xbt::fileExists(path("t.TBK")));
+        mt::Memo m{style == 4, memo};
+        ASSERT_EQ(m.open(style == 4 ? 0 : 3), 0);
+        for (int i = 1; i <= 5; i++) {
+            int32_t b = -1;
+            ASSERT_EQ(DBGetRecord(h, i), 0);
+            DBGetFieldData(h, 0, &b);
+            EXPECT_EQ(i == 3 ? std::to_string(b) : m.get(b), i == 3 ? "0" : "text " + std::to_string(i));
+        }
+        const Bytes memoBytes = xbt::readFile(memo);
+        f = {fld("NAME", 'C', 12), fld("QTY", 'N', 4)};
+        EXPECT_EQ(DBModifyFile(&h, 2, f.data()), DBE_FILESOPEN);
+        ASSERT_EQ(m.close(), 0);
+        ASSERT_EQ(DBModifyFile(&h, 2, f.data()), 0);
+        EXPECT_FALSE(xbt::fileExists(memo));
+        EXPECT_EQ(xbt::readFile(path("t.TBK")), memoBytes);
+        ASSERT_EQ(DBCloseFile(h), 0);
+        Bytes now = xbt::readFile(t());
+        ASSERT_EQ(now.size(), plain.size());
+        for (int i : {1, 2, 3}) now[static_cast<size_t>(i)] = plain[static_cast<size_t>(i)];
+        EXPECT_EQ(now, plain);
+    }
+}
+
 }  // namespace
