@@ -308,4 +308,189 @@ TEST_F(Modify, MemoGainedAndDropped) {
     }
 }
 
+// ---------------------------------------------------------------------------
+// Killed or failed after each step
+// ---------------------------------------------------------------------------
+
+// Steps (writes, renames, links, unlinks) that fail: the at-th fails (0:
+// none); with noLinks every link is refused as a FAT volume refuses it.
+struct StepFail {
+    static inline long at = 0, n = 0;
+    static inline bool noLinks = false;
+    static bool fail() { return ++n == at; }
+    explicit StepFail(long failAt, bool refuseLinks = false) {
+        at = failAt, n = 0, noLinks = refuseLinks;
+        _DBsys.write = [](int fd, const void *b, size_t len) -> long { return fail() ? (errno = EIO, -1) : ::write(fd, b, len); };
+        _DBsys.rename = [](const char *o, const char *nn) { return fail() ? (errno = EIO, -1) : std::rename(o, nn); };
+        _DBsys.link = [](const char *o, const char *nn) {
+            if (noLinks) return errno = EPERM, -1;
+            return fail() ? (errno = EIO, -1) : ::link(o, nn);
+        };
+        _DBsys.unlink = [](const char *nn) { return fail() ? (errno = EIO, -1) : ::unlink(nn); };
+    }
+};
+
+struct Scenario {
+    const char *label;
+    int style;
+    const char *memo;  // the memo file's name, "" for none on either side
+    bool memoBefore;
+    std::vector<DBFIELD> before, after;
+};
+
+const Scenario kScenarios[] = {
+    {"table only", 1, "", false, {fld("NAME", 'C', 10), fld("QTY", 'N', 4)}, {fld("QTY", 'N', 6, 1), fld("NAME", 'C', 4)}},
+    {"DBT III kept", 1, "t.dbt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NOTES", 'M'), fld("NAME", 'C', 4)}},
+    {"DBT IV kept", 2, "t.dbt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NOTES", 'M'), fld("FLAG", 'L')}},
+    {"FPT kept", 4, "t.fpt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NAME", 'M'), fld("NOTES", 'M')}},
+    {"FPT gained", 4, "t.fpt", false, {fld("NAME", 'C', 10), fld("QTY", 'N', 4)}, {fld("NAME", 'M'), fld("QTY", 'N', 4)}},
+    {"DBT dropped", 1, "t.dbt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NOTES", 'C', 30)}},
+};
+
+class ModifySteps : public Modify {
+protected:
+    // Six records (the fourth deleted), memos with a dead copy each.
+    void build(const Scenario &sc) {
+        for (const std::string &n : names()) std::remove(path(n).c_str());
+        std::vector<DBFIELD> f = sc.before;
+        ASSERT_EQ(tablea::create(t(), f, sc.style), 0);
+        const bool fpt = sc.style == 4;
+        mt::Memo m{fpt, path(sc.memo)};
+        const int version = fpt ? 0 : sc.style == 2 ? 2 : 3;
+        if (sc.memoBefore) m = mt::made(fpt, path(sc.memo), 1, version, version);
+        int h = -1;
+        ASSERT_EQ(tablea::open(&h, t(), sc.style), 0);
+        for (int i = 1; i <= 6; i++) {
+            int32_t rec = 0;
+            ASSERT_EQ(DBClearBuffer(h), 0);
+            for (int j = 0; j < static_cast<int>(f.size()); j++) {
+                std::string v = f[j].type == 'C' ? "row " + std::to_string(i) : "   " + std::to_string(i);
+                int32_t b = 0;
+                if (f[j].type == 'M') b = m.put(std::string(40 * i, 'x')), b = m.put(std::string(90 * i, static_cast<char>('a' + i)));
+                ASSERT_GE(f[j].type == 'M' ? DBPutFieldData(h, j, &b) : DBPutFieldData(h, j, cs(v.c_str())), 0);
+            }
+            ASSERT_EQ(DBPutRecord(h, &rec, DB_APPEND), 0);
+        }
+        ASSERT_EQ(DBMarkRecordInActive(h, 4), 0);
+        ASSERT_EQ(DBCloseFile(h), 0);
+        if (sc.memoBefore) ASSERT_EQ(m.close(), 0);
+    }
+    // The table and memo file as they stand (the header date left out).
+    Files pair(const Scenario &sc) {
+        Files out;
+        for (std::string n : {std::string("t.dbf"), std::string(sc.memo)})
+            if (!n.empty() && xbt::fileExists(path(n))) out[n] = xbt::readFile(path(n));
+        out["t.dbf"][1] = out["t.dbf"][2] = out["t.dbf"][3] = 0;
+        return out;
+    }
+    int modify(const Scenario &sc, int *h) {
+        std::vector<DBFIELD> f = sc.after;
+        const int mode = sc.style | (sc.style == 4 ? DBO_SHARED : 0);
+        return tablea::open(h, t(), mode) == 0 ? DBModifyFile(h, static_cast<int>(f.size()), f.data()) : -999;
+    }
+    // After the next open of the table: the old pair or the new one, the
+    // backups only beside the new pair (and copies, which nothing removes,
+    // beside the old), and at most the work files besides.
+    void settled(const Scenario &sc, const Files &oldPair, const Files &newPair, const Files &oldFiles,
+                 const std::string &when, bool copies) {
+        int h = -1;
+        ASSERT_GE(tablea::open(&h, t(), sc.style), 0) << when;
+        ASSERT_EQ(DBCloseFile(h), 0);
+        const Files now = pair(sc);
+        const bool isNew = now == newPair;
+        EXPECT_TRUE(now == oldPair || isNew) << "neither pair " << when;
+        for (const std::string &n : names()) {
+            const bool backup = n == "t.BAK" || n == "t.TBK";
+            EXPECT_TRUE(now.count(n) || n == "0.DBF" || n == "0.DBT" || n == "0.FPT" ||
+                        (backup && (isNew || copies || !*sc.memo)))
+                << n << " left " << when;
+            if (backup && isNew)
+                EXPECT_EQ(xbt::readFile(path(n)), oldFiles.at(n == "t.BAK" ? "t.dbf" : sc.memo)) << when;
+        }
+    }
+};
+
+// A child killed just after each step of the change; the next open sees
+// one pair or the other.
+TEST_F(ModifySteps, Killed) {
+    for (const Scenario &sc : kScenarios) {
+        for (bool copies : {false, true}) {
+            if (copies && sc.style != 4) continue;
+            SCOPED_TRACE(std::string(sc.label) + (copies ? ", backups copied" : ""));
+            build(sc);
+            const Files oldFiles = all(), oldPair = pair(sc);
+            auto run = [&](long stop) {
+                return xbt::waitFor(xbt::spawn([&] {
+                    xbt::Seams seams;
+                    StepFail refuse(0, copies);
+                    _DBsys.write = [](int fd, const void *b, size_t len) -> long {
+                        const long rc = ::write(fd, b, len);
+                        return xbt::Seams::step(), rc;
+                    };
+                    for (auto *fn : {&_DBsys.rename}) *fn = [](const char *o, const char *nn) { const int rc = std::rename(o, nn); return xbt::Seams::step(), rc; };
+                    if (!copies) _DBsys.link = [](const char *o, const char *nn) { const int rc = ::link(o, nn); return xbt::Seams::step(), rc; };
+                    _DBsys.unlink = [](const char *nn) { const int rc = ::unlink(nn); return xbt::Seams::step(), rc; };
+                    seams.stopAt = stop;
+                    int h = -1;
+                    return modify(sc, &h) >= 0 ? static_cast<int>(xbt::Seams::steps) : 255;
+                }));
+            };
+            const long steps = run(0);
+            ASSERT_TRUE(steps > 5 && steps < 255) << steps;
+            const Files newPair = pair(sc);
+            ASSERT_NE(newPair, oldPair);
+            for (long stop = 1; stop <= steps; stop++) {
+                restore(oldFiles);
+                ASSERT_EQ(run(stop), -1) << stop;
+                settled(sc, oldPair, newPair, oldFiles, "after step " + std::to_string(stop), copies);
+            }
+        }
+    }
+}
+
+// Each step failing in turn, then each allocation: a change that reports a
+// failure leaves the old files byte for byte and nothing else, and its
+// handle on the old table; one that reports success leaves the new pair
+// (a marker it could not remove is finished by the next open).
+TEST_F(ModifySteps, Failed) {
+    for (const Scenario &sc : kScenarios) {
+        SCOPED_TRACE(sc.label);
+        build(sc);
+        const Files oldFiles = all(), oldPair = pair(sc);
+        int h = -1;
+        ASSERT_GE(modify(sc, &h), 0);
+        ASSERT_EQ(DBCloseFile(h), 0);
+        const Files newPair = pair(sc);
+        int failures = 0;
+        for (int kind = 0; kind < 2; kind++) {
+            for (long k = 1;; k++) {
+                const std::string when = (kind ? "allocation " : "step ") + std::to_string(k);
+                restore(oldFiles);
+                int rc = 0;
+                {
+                    xbt::Seams seams;
+                    StepFail fail(kind == 0 ? k : 0);
+                    if (kind == 1) xbt::Seams::allocsLeft = k - 1;
+                    rc = modify(sc, &h);
+                }
+                if (rc == -999) continue;  // the open itself failed
+                if (rc >= 0) {
+                    ASSERT_EQ(DBCloseFile(h), 0);
+                    settled(sc, oldPair, newPair, oldFiles, when, false);
+                    EXPECT_EQ(pair(sc), newPair) << when;
+                    if (kind == 1 || StepFail::n < k) break;  // nothing was left to fail
+                    continue;
+                }
+                failures++;
+                int32_t count = 0;
+                EXPECT_EQ(DBGetRecordCount(h, &count), 0) << when;
+                EXPECT_EQ(count, 6) << when;
+                ASSERT_EQ(DBCloseFile(h), 0) << when;
+                EXPECT_EQ(all(), oldFiles) << when;
+            }
+        }
+        EXPECT_GT(failures, 10);
+    }
+}
+
 }  // namespace

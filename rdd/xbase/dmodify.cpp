@@ -766,6 +766,16 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     if (rc == 0) rc = memos.finish();
     if (rc != 0) return _DBStatus(rc);
 
+    // The handle's new table is opened now, on the work file, with the old
+    // open mode and cache size: once the new files are in place nothing
+    // may fail any more, and an open can (memory, handles).
+    int mode = style | (shared ? DBO_SHARED : 0) | (old->ph.m.multi_locks ? DBO_MULTILOCK : 0);
+    if (old->ph.m.auto_locks) mode |= DBO_AUTOLOCK;
+    else if (old->ph.m.always_flush) mode |= old->ph.flush_disk ? DBO_FLUSH : DBO_UNBUFFERED;
+    _NewTable fresh;
+    if (DBOpenFile(&fresh.handle, nw.name, mode) < 0) return DBerrno;
+    if (cache > 0) DBGetSetCacheSize(fresh.handle, &cache, 0);
+
     // The swap; from here the work files are its to keep or remove.
     DBTABLESWAP s{name, nw.name, backup, memos.name, memos.work, mbackup, memos.there, newMemo};
     nw.handed_ = true;
@@ -774,22 +784,15 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     nw.close();
     if (rc != 0) return _DBStatus(rc);
 
-    // The table under its name again, into the same handle: the new table
-    // is opened, the two packets change slots, the old one is closed.
-    int mode = style | (shared ? DBO_SHARED : 0) | (old->ph.m.multi_locks ? DBO_MULTILOCK : 0);
-    if (old->ph.m.auto_locks) mode |= DBO_AUTOLOCK;
-    else if (old->ph.m.always_flush) mode |= old->ph.flush_disk ? DBO_FLUSH : DBO_UNBUFFERED;
-    int fresh = -1;
+    // The fresh table now stands under the table's name and takes the
+    // handle's slot; the old one, in the slot it leaves, is closed (which
+    // gives back its file lock).
+    DBDATAPKT *fp = fresh.packet();
+    _DBCopyName(fp->ph.n, sizeof fp->ph.n, name);
+    std::swap(DBbase.p[*handle], DBbase.p[fresh.handle]);
     guard.done();
-    const int orc = DBOpenFile(&fresh, name, mode);
-    if (orc < 0) {
-        DBCloseFile(*handle);
-        *handle = -1;
-        return _DBStatus(orc);
-    }
-    std::swap(DBbase.p[*handle], DBbase.p[fresh]);
-    DBCloseFile(fresh);
-    if (cache > 0) DBGetSetCacheSize(*handle, &cache, 0);
+    DBCloseFile(fresh.handle);
+    fresh.handle = -1;
     return _DBStatus(lost & kCut ? DBW_TRUNCATED : lost & kRounded ? DBW_ROUNDED : 0);
 }
 }  // namespace
