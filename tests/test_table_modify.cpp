@@ -12,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <tuple>
 
 using tablea::cs;
 using tablea::fld;
@@ -306,6 +307,122 @@ TEST_F(Modify, MemoGainedAndDropped) {
         for (int i : {1, 2, 3}) now[static_cast<size_t>(i)] = plain[static_cast<size_t>(i)];
         EXPECT_EQ(now, plain);
     }
+}
+
+// Harbour's tables (DBT and 64-byte-block FPT memos, deleted records,
+// memos up to kilobytes) changed here: python3-dbfread sees every record
+// and memo as before, less the dropped field, with the new sizes.
+TEST_F(Modify, PeerFiles) {
+    for (const auto &[stem, memo, style] : {std::tuple{"hbntx", ".dbt", 1}, std::tuple{"hbcdx", ".fpt", 4}}) {
+        SCOPED_TRACE(stem);
+        const std::string table = fixture(std::string(stem) + ".dbf");
+        fixture(std::string(stem) + memo);
+        Bytes b = xbt::readFile(table);
+        b[1] = 26;  // the year byte Harbour writes is refused as it stands
+        xbt::writeFile(table, b);
+        const auto before = tablea::dbfread(table, "NOTES");
+        int h = -1;
+        ASSERT_EQ(tablea::open(&h, table, style), 0);
+        std::vector<DBFIELD> f = {fld("NAME", 'C', 20), fld("AMOUNT", 'N', 10, 2), fld("QTY", 'N', 7, 1),
+                                  fld("HIRED", 'D'), fld("ACTIVE", 'L'), fld("NOTES", 'M')};
+        ASSERT_EQ(DBModifyFile(&h, 6, f.data()), 0);
+        ASSERT_EQ(DBCloseFile(h), 0);
+        const auto after = tablea::dbfread(table, "NOTES");
+        ASSERT_EQ(after.size(), before.size() - 1);  // one field line fewer
+        size_t memos = 0;
+        for (size_t i = 0, j = 0; i < before.size(); i++, j++) {
+            std::vector<std::string> want = before[i];
+            if (want[0] == "field" && want[1] == "CITY") {
+                j--;
+                continue;
+            }
+            if (want[0] == "header") want[5] = "6", want[3] = after[j][3], want[4] = after[j][4];
+            if (want[0] == "field" && want[1] == "QTY") want[3] = "7", want[4] = "1";
+            if (want[0] == "record") {
+                want.erase(want.begin() + 4);                    // CITY
+                if (want[5] != "null") want[5] += ".0";          // QTY with a decimal now
+                want.back() = after[j].back();                   // memo pointers renumbered: the texts are compared below
+            }
+            if (want[0] == "memo") memos += want[2] != "-";
+            EXPECT_EQ(after[j], want) << i;
+        }
+        EXPECT_GT(memos, 100u);
+    }
+}
+
+// Wrong arguments, field lists DBCreateFile refuses, tables that cannot be
+// changed, bad memo pointers: a status, the files byte for byte, and the
+// handle still on the old table.
+TEST_F(Modify, BadInput) {
+    std::vector<DBFIELD> f0 = {fld("NAME", 'C', 10), fld("NOTES", 'M')};
+    ASSERT_EQ(tablea::create(t(), f0, 1), 0);
+    auto m = mt::made(false, path("t.dbt"), 1, 3, 3);
+    int h = -1;
+    ASSERT_EQ(tablea::open(&h, t(), 1), 0);
+    for (int i = 1; i <= 3; i++) {
+        int32_t rec = 0, b = m.put("text " + std::to_string(i));
+        ASSERT_EQ(DBClearBuffer(h) | DBPutStrField(h, 0, cs("x")) | DBPutFieldData(h, 1, &b) | DBPutRecord(h, &rec, DB_APPEND), 0);
+    }
+    ASSERT_EQ(DBCloseFile(h) | m.close(), 0);
+    const Files good = all();
+    auto pointer = [&](const char *p) {  // record 2's memo pointer, as bytes
+        Bytes b = good.at("t.dbf");
+        std::memcpy(&b[static_cast<size_t>(b[8] + 256 * b[9] + (b[10] + 256 * b[11]) + 11)], p, 10);
+        xbt::writeFile(t(), b);
+    };
+    const struct {
+        const char *what;
+        std::function<void()> setup;
+        int mode;
+        std::vector<DBFIELD> f;
+        int nf, want;
+    } cases[] = {
+        {"no fields", [] {}, 1, {fld("NAME", 'C', 4)}, 0, DBE_NUMFIELDS},
+        {"long name", [] {}, 1, {fld("NAME", 'C', 4), fld("ELEVENCHARS", 'C', 4)}, 2, DBE_FIELDNAME},
+        {"bad type", [] {}, 1, {fld("NAME", 'X', 4)}, 1, DBE_FIELDTYPE},
+        {"bad length", [] {}, 1, {fld("NAME", 'C', 0)}, 1, DBE_FIELDLEN},
+        {"bad decimals", [] {}, 1, {fld("NAME", 'N', 5, 4)}, 1, DBE_DECIMALS},
+        {"F in style 1", [] {}, 1, {fld("NAME", 'F', 5)}, 1, DBE_FIELDTYPE},
+        {"record too long", [] {}, 1, {fld("A", 'C', 254), fld("B", 'C', 254), fld("C", 'C', 254), fld("D", 'C', 254),
+                                       fld("E", 'C', 254), fld("F", 'C', 254), fld("G", 'C', 254), fld("H", 'C', 254),
+                                       fld("I", 'C', 254), fld("J", 'C', 254), fld("K", 'C', 254), fld("L", 'C', 254),
+                                       fld("M", 'C', 254), fld("N", 'C', 254), fld("O", 'C', 254), fld("P", 'C', 254)},
+         16, DBE_RECLEN},
+        {"read only", [] {}, 1 | DBO_READONLY, {fld("NAME", 'C', 4)}, 1, DBE_READONLY},
+        {"pointer past the memo file", [&] { pointer("       999"); }, 1, {fld("NOTES", 'M')}, 1, DBE_SEEK},
+        {"pointer that is no number", [&] { pointer("99999999999"); }, 1, {fld("NOTES", 'C', 9)}, 1, DBE_SEEK},
+        {"memo file missing", [&] { std::remove(path("t.dbt").c_str()); }, 1, {fld("NOTES", 'M')}, 1, DBE_NOTFOUND},
+        {"unfinished marker", [] {}, 1, {fld("NAME", 'C', 4)}, 1, DBE_ACCESS},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        restore(good);
+        c.setup();
+        const Files before = all();
+        ASSERT_EQ(tablea::open(&h, t(), c.mode), 0);
+        if (c.want == DBE_ACCESS) xbt::writeFile(path("t.MPK"), std::string("another change"));
+        std::vector<DBFIELD> f = c.f;
+        EXPECT_EQ(DBModifyFile(&h, c.nf, f.data()), c.want);
+        std::remove(path("t.MPK").c_str());
+        int32_t count = 0;
+        EXPECT_EQ(DBGetRecordCount(h, &count), 0);
+        EXPECT_EQ(count, 3);
+        ASSERT_EQ(DBCloseFile(h), 0);
+        EXPECT_EQ(all(), before);
+    }
+    restore(good);
+    ASSERT_EQ(tablea::open(&h, t(), 1), 0);
+    EXPECT_EQ(DBModifyFile(nullptr, 1, f0.data()), DBE_NULLPARAM);
+    EXPECT_EQ(DBModifyFile(&h, 1, nullptr), DBE_NULLPARAM);
+    int bad = 99;
+    EXPECT_EQ(DBModifyFile(&bad, 1, f0.data()), DBE_BADHANDLE);
+    ASSERT_EQ(DBCloseFile(h), 0);
+    // Visual FoxPro tables cannot be created, so not changed either.
+    const std::string vfp = fixture("py_vfp.dbf");
+    ASSERT_EQ(tablea::open(&h, vfp, 10), 0);
+    EXPECT_EQ(DBModifyFile(&h, 1, f0.data()), DBE_BADVERSION);
+    ASSERT_EQ(DBCloseFile(h), 0);
+    EXPECT_EQ(xbt::readFile(vfp), xbt::readFile(xbt::fixturePath("py_vfp.dbf")));
 }
 
 // ---------------------------------------------------------------------------
