@@ -364,9 +364,9 @@ DBAPI int DBosTestLock(int fd, int32_t start, int32_t len);
  * FoxPro header without terminator; -202 a file cut
  * inside its header; the open errors of DBosOpenFile (a system error comes
  * back as the bare errno). 207: the file length is not the header's records
- * plus at most an end mark; the table is open and usable. A memo pack that
- * a crash interrupted (its marker "<dir><table stem>.MPK" is there) is
- * finished or undone first; a shared open does so only when it gets the
+ * plus at most an end mark; the table is open and usable. A memo pack or
+ * a structure change (DBModifyFile) that a crash interrupted (its marker
+ * "<dir><table stem>.MPK" is there) is finished or undone first; a shared open does so only when it gets the
  * file lock (else another process may still be packing), and a read-only
  * open that would have to write memo pointers fails with -236. */
 DBAPI int DBOpenFile(int *handle, char *filename, int mode);

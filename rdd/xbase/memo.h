@@ -167,7 +167,7 @@ int _DBMemoPointerBytes(int i, int32_t block, char out[16]);
 // of the table uses to) and removed the work file if it still had its name.
 int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &refs);
 
-// ---- The marker of a memo pack in progress (tmark.cpp) ----------------------
+// ---- The marker of a memo pack or structure change in progress (tmark.cpp) --
 // Its name beside the table: "<dir><table stem>.MPK".
 int _DBMemoMarkName(char *out, size_t cap, const char *table);
 // Write it, in state U, for the swap of `work` into `memo` with `backup` as
@@ -197,10 +197,10 @@ struct DBTABLESWAP {
 // the call on: a failure removes them unless the marker still needs them.
 int _DBTableSwap(const DBTABLESWAP &s);
 // In DBOpenFile, on the table just opened (DBxbd, named `filename`): finish
-// or undo a memo pack that a crash interrupted. 0 when there was nothing to
-// do, or another process holds the table's file lock (its pack may still be
-// running); -236 when pointers need writing and the table is read only;
-// -206 for a marker that does not fit the table.
+// or undo a memo pack or structure change that a crash interrupted. 0 when
+// there was nothing to do, or another process holds the table's file lock
+// (its change may still be running); -236 when pointers need writing and
+// the table is read only; -206 for a marker that does not fit the table.
 int _DBMemoPackRecover(char *filename);
 // Take the table's file lock for a pack when it is shared and does not
 // hold one already; *taken says whether to give it back.
