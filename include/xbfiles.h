@@ -617,8 +617,10 @@ DBAPI int DBGetLockInfo(int handle, DBFILELOCKS *list, int max, int *count);
  * (a hard link, or a copy where the file system has none) before the new
  * file is renamed over the table's name, so at every moment, a crash
  * included, the table's name holds the old file or the new one. A failure
- * in that hand-over reopens the old table (*handle is -1 only when even
- * that fails) and returns the failure. */
+ * in that hand-over removes the backup name again, reopens the old table
+ * (*handle is -1 only when even that fails) and returns the failure; -240
+ * when the marker of an unfinished memo pack or structure change stands
+ * beside the table. */
 DBAPI int DBPackFile(int *handle);
 /* Give the open table *handle a new list of fields and keep its records.
  * The list is checked and rewritten exactly as DBCreateFile checks and
