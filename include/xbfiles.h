@@ -631,7 +631,8 @@ DBAPI int DBPackFile(int *handle);
  * deleted ones still marked.
  *
  * Conversions (a field of the same type, length and decimals keeps its
- * bytes as they are; a blank value stays blank; "lost" means the new field
+ * bytes as they are; a blank value, an empty memo too, stays blank (an
+ * empty memo stays a memo); "lost" means the new field
  * is left blank, or a text is cut, and the call returns 205):
  * - to 'C': a text is cut to the new length (lost when anything but
  *   trailing blanks goes); a number gives its text as stored ("12.50"; a
@@ -685,7 +686,8 @@ DBAPI int DBPackFile(int *handle);
  * Statuses: 0, 205, 206; -221 NULL handle pointer or field list; -213 bad
  * handle; -236 read-only table; DBCreateFile's statuses for the list (-218
  * for a style-10 table, which cannot be created); -245 this process has the
- * memo file open under a memo handle (close it first); -240 the marker of
+ * table open under another handle, or its memo file under a memo handle
+ * (close them first); -240 the marker of
  * an unfinished change or memo pack is there; -204 a memo pointer that is
  * no block number; -205 memo fields that point to memos without a memo
  * file; the memo and file layers' errors. An index is not rebuilt: rebuild

@@ -298,6 +298,10 @@ TEST_F(Modify, MemoGainedAndDropped) {
         f = {fld("NAME", 'C', 12), fld("QTY", 'N', 4)};
         EXPECT_EQ(DBModifyFile(&h, 2, f.data()), DBE_FILESOPEN);
         ASSERT_EQ(m.close(), 0);
+        int twice = -1;
+        ASSERT_EQ(tablea::open(&twice, t(), style), 0);
+        EXPECT_EQ(DBModifyFile(&h, 2, f.data()), DBE_FILESOPEN);
+        ASSERT_EQ(DBCloseFile(twice), 0);
         ASSERT_EQ(DBModifyFile(&h, 2, f.data()), 0);
         EXPECT_FALSE(xbt::fileExists(memo));
         EXPECT_EQ(xbt::readFile(path("t.TBK")), memoBytes);
@@ -306,6 +310,30 @@ TEST_F(Modify, MemoGainedAndDropped) {
         ASSERT_EQ(now.size(), plain.size());
         for (int i : {1, 2, 3}) now[static_cast<size_t>(i)] = plain[static_cast<size_t>(i)];
         EXPECT_EQ(now, plain);
+    }
+}
+
+// An empty memo (dBASE III writes one as its end mark alone) is a blank
+// value for any other type, and stays an empty memo.
+TEST_F(Modify, EmptyMemo) {
+    for (int type : {'C', 'N', 'D', 'L', 'M'}) {
+        SCOPED_TRACE(type);
+        tablea::RawDbf r;
+        r.version = 0x83;
+        r.field("NOTES", 'M', 10);
+        r.records.push_back("          1");
+        r.write(t());
+        Bytes memo(1024, 0);
+        memo[0] = 2, memo[512] = memo[513] = 0x1A;
+        xbt::writeFile(path("t.dbt"), memo);
+        int h = -1;
+        ASSERT_EQ(tablea::open(&h, t(), 1), 0);
+        std::vector<DBFIELD> f = {fld("NOTES", type, 6)};
+        EXPECT_EQ(DBModifyFile(&h, 1, f.data()), 0);
+        ASSERT_EQ(DBCloseFile(h), 0);
+        const std::string v = fieldBytes(t(), 1, 0);
+        if (type != 'M') EXPECT_EQ(v, std::string(v.size(), ' '));
+        if (type == 'M') EXPECT_EQ(xbt::readFile(path("t.dbt"))[512], 0x1A);
     }
 }
 

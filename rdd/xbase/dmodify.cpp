@@ -390,14 +390,14 @@ private:
     bool created_ = false, handed_ = false;
 };
 
-// Whether a memo handle of this process has file `name` open: replacing it
-// under that handle would leave the handle on a file with no name.
-bool _memoInUse(const char *name) {
+// Whether a handle of this process other than `self` has file `name` open:
+// replaced under it, that handle would go on working on the backup.
+bool _openElsewhere(const char *name, int self) {
     uint64_t want[2], have[2];
     if (!_DBFileId(name, want)) return false;
     for (int h = 0; DBbase.p && h < DBbase.smf; h++) {
         const int8_t t = DBbase.p[h].s;
-        if (t != DBPT_DBT && t != DBPT_FPT) continue;
+        if (h == self || (t != DBPT_DBF && t != DBPT_DBT && t != DBPT_FPT)) continue;
         const auto *ph = static_cast<const DBPKTHDR *>(DBbase.p[h].p);
         if (_DBFileId(ph->n, have) && have[0] == want[0] && have[1] == want[1]) return true;
     }
@@ -437,8 +437,8 @@ bool _spaces(const char *p, int n) {
     return true;
 }
 
-// The value of field `field` of DBxbd (the old table) at p. A memo pointer that is no block number
-// fails (-204), as it does in a memo pack.
+// The value of field `field` of DBxbd (the old table) at p. A memo pointer
+// that is no block number fails (-204), as it does in a memo pack.
 int _readValue(int field, const char *p, bool memo, _Value *v) {
     const DBFIELDSTRUC &f = DBxbd->f[field];
     *v = _Value{};
@@ -525,8 +525,10 @@ int _writeValue(const DBFIELDSTRUC &t, char *dst, int field, _Value &v, _Memos &
         if (memos.read(v.block, m) != 0) return DBerrno;
         text = m.type == 1 ? m.data() : nullptr;
         len = m.len;
-        if (text && t.t != 'M')
+        if (text && t.t != 'M') {
             while (len > 0 && text[len - 1] == ' ') len--;
+            if (len == 0) return 0;  // an empty memo is a blank value
+        }
     }
     const char type = t.t;
     switch (type) {
@@ -722,7 +724,8 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     _Memos memos(fpt, style == 2 ? 2 : 3);
     _memoName(memos.name, sizeof memos.name, name, fpt);
     memos.there = (oldMemo || newMemo) && _DBIsFileThere(memos.name);
-    if (memos.there && _memoInUse(memos.name)) return here.fail(DBE_FILESOPEN, __LINE__);
+    if (_openElsewhere(name, *handle) || (memos.there && _openElsewhere(memos.name, -1)))
+        return here.fail(DBE_FILESOPEN, __LINE__);
 
     // The old table's file as it stands, and nobody else writing to it.
     _OldTable guard(old);
