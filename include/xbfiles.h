@@ -620,7 +620,7 @@ DBAPI int DBGetLockInfo(int handle, DBFILELOCKS *list, int max, int *count);
  * in that hand-over removes the backup name again, reopens the old table
  * (*handle is -1 only when even that fails) and returns the failure; -240
  * when the marker of an unfinished memo pack or structure change stands
- * beside the table. */
+ * beside the table, -214 for a table named like its backup ("X.BAK"). */
 DBAPI int DBPackFile(int *handle);
 /* Give the open table *handle a new list of fields and keep its records.
  * The list is checked and rewritten exactly as DBCreateFile checks and
@@ -628,33 +628,37 @@ DBAPI int DBPackFile(int *handle);
  * written. Fields are matched by name, letter case ignored: a kept field
  * keeps its value, converted when its type or size changes; new fields
  * start blank; dropped fields disappear. Every record is kept in order,
- * deleted ones still marked.
+ * deleted ones still marked. The new header is DBCreateFile's (today's
+ * date, the production-index byte kept); other header bytes, such as a
+ * FoxPro code-page mark, are not carried over, as in DBPackFile.
  *
- * Conversions (a field of the same type, length and decimals keeps its
- * bytes as they are; a blank value, an empty memo too, stays blank (an
- * empty memo stays a memo); "lost" means the new field
- * is left blank, or a text is cut, and the call returns 205):
- * - to 'C': a text is cut to the new length (lost when anything but
- *   trailing blanks goes); a number gives its text as stored ("12.50"; a
- *   binary number its digits), a date its "yyyymmdd", a logical "T" or
- *   "F", a memo its text (a binary memo is lost). A number or date whose
- *   text does not fit is lost, never cut.
- * - to 'N' and 'F': the value, or the number a text shows (blanks around
+ * Conversions. A field of the same type, length and decimals keeps its
+ * bytes as they are; a blank value, an empty memo included, stays blank
+ * (an empty memo kept as a memo stays one). Otherwise a value changes type
+ * through its text: a number's as stored ("12.50"; a binary number's
+ * digits), a date's "yyyymmdd", a logical's "T" or "F", a memo's content.
+ * "Lost" below means the new field is left blank (or a text cut) and the
+ * call returns 205:
+ * - to 'C': the text; a text (or memo) longer than the field is cut, lost
+ *   when more than trailing blanks go; a number or date whose text does
+ *   not fit is lost, never cut; a binary memo is lost.
+ * - to 'N' and 'F': the number, or the number a text shows (blanks around
  *   it, a sign, digits and one '.'; anything else is lost), right-aligned
  *   with the new decimals, rounded half away from zero on its decimal
- *   digits (206 when that changed the value); a number too wide for the
- *   new length is lost (dropping the 0 before the point first, as dBASE
- *   writes ".50"). Logicals are lost.
- * - to 'D': a date, or a text that is eight digits of a valid date
- *   ("yyyymmdd") or a date in the default date style; anything else is lost.
- * - to 'L': a logical, or a text T, Y, .T., TRUE, YES (true) or F, N, .F.,
- *   FALSE, NO (false) in any letter case; "?" is blank; anything else is lost.
+ *   digits (206 when that changed the value); too wide for the new length
+ *   it is lost (after dropping the 0 before the point, as dBASE writes
+ *   "-.50"). Logicals are lost.
+ * - to 'D': a date, or a text of eight digits that is a valid "yyyymmdd"
+ *   or a date in the default date style; anything else is lost.
+ * - to 'L': a logical, or the text T, Y, .T., TRUE, YES (true) or F, N,
+ *   .F., FALSE, NO (false) in any letter case; "?" is blank; anything else
+ *   is lost.
  * - to 'M': a memo keeps its content (an FPT memo its type word too); any
- *   other value becomes a text memo of its text (a text a dBASE III memo
- *   cannot hold, with the byte 0x1A, is lost).
- * - to the binary codes 1, 2 (16-bit), 3, 4, 11 (32-bit integer) and 13
- *   (double): the number, or the number a text shows; integers rounded half
- *   away from zero (206), lost out of range.
+ *   other value becomes a text memo (lost when a dBASE III memo cannot
+ *   hold it: a text with the byte 0x1A).
+ * - to the binary codes 1, 2 (16-bit) and 3, 4, 11 (32-bit integer): the
+ *   number or the number a text shows, rounded half away from zero (206),
+ *   lost out of range; 13 (double): that number as a double.
  * Other old types ('T', 'Y', 'B', '0' ...) convert only to themselves.
  * When both 205 and 206 apply, 205 is returned.
  *
@@ -678,20 +682,21 @@ DBAPI int DBPackFile(int *handle);
  * pair under the original names; while two files change a marker
  * "<dir><table stem>.MPK" stands, from which the next DBOpenFile of the
  * table finishes or undoes the change (the new table under the name means
- * finish). A shared table is file-locked for the change, as by DBPackFile.
+ * finish). A shared table is file-locked for the change, as by DBPackFile
+ * (other processes that have it open keep the old file, as after a pack).
  * On success *handle keeps its number and holds the new table, opened with
  * the old open mode and cache size and without locks; on failure it still
  * holds the old table, unchanged.
  *
  * Statuses: 0, 205, 206; -221 NULL handle pointer or field list; -213 bad
  * handle; -236 read-only table; DBCreateFile's statuses for the list (-218
- * for a style-10 table, which cannot be created); -245 this process has the
- * table open under another handle, or its memo file under a memo handle
- * (close them first); -240 the marker of
- * an unfinished change or memo pack is there; -204 a memo pointer that is
- * no block number; -205 memo fields that point to memos without a memo
- * file; the memo and file layers' errors. An index is not rebuilt: rebuild
- * the table's indexes afterwards. */
+ * for a style-10 table, which cannot be created); -214 a table named like
+ * its own backup, marker or memo file ("X.BAK", "X.DBT"); -245 this
+ * process has the table open under another handle, or its memo file under
+ * a memo handle (close them first); -240 the marker of an unfinished change
+ * or memo pack is there; -204 a memo pointer that is no block number; -205
+ * memo fields that point to memos without a memo file; the memo and file
+ * layers' errors. Indexes are not rebuilt: rebuild them afterwards. */
 DBAPI int DBModifyFile(int *handle, int nfields, DBFIELD *fields);
 
 /* ------------------------------------------------------------------------

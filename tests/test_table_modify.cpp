@@ -445,6 +445,18 @@ TEST_F(Modify, BadInput) {
     int bad = 99;
     EXPECT_EQ(DBModifyFile(&bad, 1, f0.data()), DBE_BADHANDLE);
     ASSERT_EQ(DBCloseFile(h), 0);
+    // A table named like its backup, or like its own memo file, is refused
+    // before anything is removed.
+    for (const char *clash : {"t.BAK", "t.dbt"}) {
+        SCOPED_TRACE(clash);
+        restore(good);
+        std::rename(t().c_str(), path(clash).c_str());
+        const Files before = all();
+        ASSERT_EQ(tablea::open(&h, path(clash), 1), 0);
+        EXPECT_EQ(DBModifyFile(&h, 1, f0.data()), DBE_BADFILENAME);
+        ASSERT_EQ(DBCloseFile(h), 0);
+        EXPECT_EQ(all(), before);
+    }
     // Visual FoxPro tables cannot be created, so not changed either.
     const std::string vfp = fixture("py_vfp.dbf");
     ASSERT_EQ(tablea::open(&h, vfp, 10), 0);

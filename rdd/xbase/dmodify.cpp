@@ -724,6 +724,8 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     _Memos memos(fpt, style == 2 ? 2 : 3);
     _memoName(memos.name, sizeof memos.name, name, fpt);
     memos.there = (oldMemo || newMemo) && _DBIsFileThere(memos.name);
+    if (_DBSwapNamesClash(name, backup, mbackup, mark, (oldMemo || newMemo) ? memos.name : nullptr))
+        return here.fail(DBE_BADFILENAME, __LINE__);
     if (_openElsewhere(name, *handle) || (memos.there && _openElsewhere(memos.name, -1)))
         return here.fail(DBE_FILESOPEN, __LINE__);
 

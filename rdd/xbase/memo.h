@@ -196,6 +196,11 @@ struct DBTABLESWAP {
 // files keep their backup names. The work files are this function's from
 // the call on: a failure removes them unless the marker still needs them.
 int _DBTableSwap(const DBTABLESWAP &s);
+// Whether the table's name is also one of the names a swap derives from it
+// (backups, marker, memo file; memo null when no memo file takes part), or
+// the memo file's one of them.
+bool _DBSwapNamesClash(const char *table, const char *backup, const char *memoBackup, const char *mark,
+                       const char *memo);
 // In DBOpenFile, on the table just opened (DBxbd, named `filename`): finish
 // or undo a memo pack or structure change that a crash interrupted. 0 when
 // there was nothing to do, or another process holds the table's file lock

@@ -70,8 +70,8 @@
 // Otherwise it undoes: the backup names, second names of files still in
 // use, go, then the marker, then the work files. A failure that is
 // reported in step 4 renames the backup over the table's name, which turns
-// the same repair from finishing into undoing; a table only backup (no memo
-// file on either side) is the pack's hand-over and needs no marker.
+// the same repair from finishing into undoing. A table alone (no memo file
+// on either side) is the pack's hand-over: one rename, no marker.
 //
 // The structure marker: bytes 0-19 as above with state 'F', family 'S',
 // work flag 0, byte 11 the memo files (1 an old one is replaced or dropped,
@@ -393,6 +393,10 @@ int _DBTableSwap(const DBTABLESWAP &s) {
     };
     char mark[kNameCap];
     if (_DBMemoMarkName(mark, sizeof mark, s.table) != 0) return dropWork(DBerrno);
+    // A table named like its own backup, marker or memo file ("X.BAK") would
+    // be removed as the older backup.
+    if (_DBSwapNamesClash(s.table, s.backup, s.memoBackup, mark, (s.memoOld || s.memoNew) ? s.memo : nullptr))
+        return dropWork(here.fail(DBE_BADFILENAME, __LINE__));
     // Another change's marker, unfinished: the next open of the table
     // that gets the file lock repairs it first.
     if (_DBIsFileThere(mark)) return dropWork(here.fail(DBE_ACCESS, __LINE__));
@@ -432,4 +436,13 @@ int _DBTableSwap(const DBTABLESWAP &s) {
     // Done. A marker that will not go is finished by the next open.
     if (_DBosDeleteFile(mark) < 0) here.log(DBerrno, __LINE__);
     return _DBStatus(0);
+}
+
+bool _DBSwapNamesClash(const char *table, const char *backup, const char *memoBackup, const char *mark,
+                       const char *memo) {
+    // Letter case aside: on the file systems that ignore it these are one name.
+    const char *other[] = {backup, memoBackup, mark, memo};
+    for (const char *o : other)
+        if (o && _DBstricmp(table, o) == 0) return true;
+    return memo && (_DBstricmp(memo, backup) == 0 || _DBstricmp(memo, memoBackup) == 0 || _DBstricmp(memo, mark) == 0);
 }
