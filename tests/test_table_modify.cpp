@@ -27,14 +27,11 @@ std::string raw(T v) {
     return std::string(reinterpret_cast<const char *>(&v), sizeof v);
 }
 
-// The bytes of field `field` of record `rec` (1-based) of a DBF file, and
-// its deletion byte.
-std::string fieldBytes(const std::string &path, int rec, int field, char *mark = nullptr) {
+// The bytes of field `field` of record `rec` (1-based) of a DBF file.
+std::string fieldBytes(const std::string &path, int rec, int field) {
     const Bytes b = xbt::readFile(path);
     const int h = b[8] | b[9] << 8, r = b[10] | b[11] << 8;
-    size_t at = static_cast<size_t>(h + (rec - 1) * r);
-    if (mark) *mark = static_cast<char>(b.at(at));
-    at++;
+    size_t at = static_cast<size_t>(h + (rec - 1) * r) + 1;
     for (int i = 0; i < field; i++) at += b[32 + 32 * i + 11] == 'C' ? b[48 + 32 * i] + 256 * b[49 + 32 * i] : b[48 + 32 * i];
     const int w = b[32 + 32 * field + 11] == 'C' ? b[48 + 32 * field] + 256 * b[49 + 32 * field] : b[48 + 32 * field];
     return std::string(b.begin() + static_cast<long>(at), b.begin() + static_cast<long>(at) + w);
@@ -64,14 +61,17 @@ protected:
 
 // One field of each case, alone in a style-2 table (which has 'F' and
 // 20-digit numbers), one record, changed to the new field: the new bytes
-// and the status. Dates are read in the default style 1 (mm/dd/yy).
+// and the status. A memo field points to block 1 of a dBASE IV memo file
+// holding `memo`. Dates are read in the default style 1 (mm/dd/yy).
 TEST_F(Modify, EveryConversion) {
+    const std::string ptr = "         1";
     const struct {
         int ot, ol, od;
         std::string in;
         int nt, nl, nd;
         std::string want;
         int st;
+        std::string memo = "";
     } cases[] = {
         {'C', 10, 0, "abc       ", 'C', 5, 0, "abc  ", 0},
         {'C', 10, 0, "abcdefgh  ", 'C', 5, 0, "abcde", DBW_TRUNCATED},
@@ -122,6 +122,14 @@ TEST_F(Modify, EveryConversion) {
         {'C', 1, 0, "?", 'L', 1, 0, " ", 0},
         {'L', 1, 0, "T", 'N', 1, 0, " ", DBW_TRUNCATED},
         {'D', 8, 0, "20240517", 'L', 1, 0, " ", DBW_TRUNCATED},
+        {'M', 10, 0, ptr, 'C', 5, 0, "hello", DBW_TRUNCATED, "hello world  "},
+        {'M', 10, 0, ptr, 'N', 5, 1, " 12.5", 0, " 12.5"},
+        {'M', 10, 0, ptr, 'C', 3, 0, "   ", 0, "   "},  // an empty memo is a blank value
+        {'M', 10, 0, ptr, 'N', 3, 0, "   ", 0, ""},
+        {'M', 10, 0, ptr, 'D', 8, 0, "        ", 0, ""},
+        {'M', 10, 0, ptr, 'M', 10, 0, ptr, 0, ""},
+        {'C', 5, 0, "hi   ", 'M', 10, 0, ptr, 0},
+        {'C', 5, 0, "     ", 'M', 10, 0, "          ", 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(std::string(1, static_cast<char>(c.ot)) + " '" + c.in + "' -> " + std::to_string(c.nt) + "," +
@@ -129,7 +137,13 @@ TEST_F(Modify, EveryConversion) {
         tablea::RawDbf r;
         r.field("V", c.ot, c.ol, c.od);
         r.records.push_back(" " + c.in);
+        r.version = c.ot == 'M' ? 0x8B : 0x03;
         r.write(t());
+        Bytes memo(1024, 0);
+        memo[0] = 2, memo[21] = 2, memo[512] = memo[513] = 0xFF, memo[514] = 8;  // next block 2, 512-byte blocks
+        memo[516] = static_cast<uint8_t>(c.memo.size() + 8);
+        std::copy(c.memo.begin(), c.memo.end(), memo.begin() + 520);
+        if (c.ot == 'M') xbt::writeFile(path("t.dbt"), memo);
         int h = -1;
         ASSERT_EQ(tablea::open(&h, t(), 2), 0);
         const int before = h;
@@ -139,61 +153,6 @@ TEST_F(Modify, EveryConversion) {
         ASSERT_EQ(DBCloseFile(h), 0);
         EXPECT_EQ(fieldBytes(t(), 1, 0), c.want);
         EXPECT_EQ(xbt::readFile(path("t.BAK")), r.bytes());
-    }
-}
-
-// Fields reordered, renamed in another letter case, widened, cut, added and
-// dropped in a shared table: every record in order with its deleted mark,
-// the handle keeps its number and open mode, the old file is the backup,
-// and python3-dbfread reads the new one.
-TEST_F(Modify, RecordsAndStructure) {
-    tablea::RawDbf r;
-    r.field("NAME", 'C', 10).field("AMOUNT", 'N', 8, 2).field("HIRED", 'D', 8).field("ACTIVE", 'L', 1).field("CODE", 'C', 4);
-    for (int i = 1; i <= 9; i++) {
-        char rec[64];
-        std::snprintf(rec, sizeof rec, "%c%-10s%8.2f2024%02d%02d%cC%03d", i % 4 == 3 ? '*' : ' ',
-                      (i % 2 ? "row" + std::to_string(i) : "longname" + std::to_string(i)).c_str(), i * 1.5 - 4, i,
-                      i + 10, "TF?"[i % 3], i);
-        r.records.push_back(rec);
-    }
-    r.write(t());
-    const Bytes before = xbt::readFile(t());
-    int h = -1;
-    ASSERT_EQ(tablea::open(&h, t(), 1 | DBO_SHARED), 0);
-    const int number = h;
-    std::vector<DBFIELD> f = {fld("active", 'L'), fld("Name", 'C', 6), fld("NEW", 'N', 5), fld("amount", 'N', 10, 3),
-                              fld("HIRED", 'C', 8)};
-    EXPECT_EQ(DBModifyFile(&h, 5, f.data()), DBW_TRUNCATED);  // "longname2" does not fit
-    EXPECT_EQ(h, number);
-    EXPECT_EQ(std::string(f[0].name) + f[1].name + f[3].name, "ACTIVENAMEAMOUNT");  // the list rewritten as DBCreateFile does
-    DBFILEINFO info{};
-    ASSERT_EQ(DBGetFileInfo(h, &info), 0);
-    EXPECT_EQ(info.flags.isshareable, 1);
-    int32_t count = 0;
-    ASSERT_EQ(DBGetRecordCount(h, &count), 0);
-    EXPECT_EQ(count, 9);
-    char name[16];
-    EXPECT_EQ(DBGetRecord(h, 3), DBW_DELETED);
-    EXPECT_EQ(DBGetNamedStr(h, cs("NAME"), name), 0);
-    EXPECT_STREQ(name, "row3  ");
-    ASSERT_EQ(DBCloseFile(h), 0);
-    EXPECT_EQ(xbt::readFile(path("t.BAK")), before);
-
-    const auto lines = tablea::dbfread(t());
-    ASSERT_EQ(lines.size(), 2u + 5 + 9);
-    EXPECT_EQ(lines[0][1] + " " + lines[0][2] + " " + lines[0][5], "03 9 5");
-    for (int i = 1; i <= 9; i++) {
-        const std::vector<std::string> &l = lines[6 + static_cast<size_t>(i - 1)];
-        ASSERT_EQ(l.size(), 8u);
-        EXPECT_EQ(l[2], i % 4 == 3 ? "1" : "0") << i;
-        EXPECT_EQ(l[3], i % 3 == 0 ? "true" : i % 3 == 1 ? "false" : "null") << i;
-        const std::string nm = i % 2 ? "row" + std::to_string(i) : "longname" + std::to_string(i);
-        EXPECT_EQ(l[4], "\"" + nm.substr(0, 6) + "\"") << i;
-        EXPECT_EQ(l[5], "null") << i;
-        EXPECT_NEAR(std::stod(l[6]), i * 1.5 - 4, 1e-9) << i;
-        char date[16];
-        std::snprintf(date, sizeof date, "\"2024%02d%02d\"", i, i + 10);
-        EXPECT_EQ(l[7], date) << i;
     }
 }
 
@@ -313,33 +272,11 @@ TEST_F(Modify, MemoGainedAndDropped) {
     }
 }
 
-// An empty memo (dBASE III writes one as its end mark alone) is a blank
-// value for any other type, and stays an empty memo.
-TEST_F(Modify, EmptyMemo) {
-    for (int type : {'C', 'N', 'D', 'L', 'M'}) {
-        SCOPED_TRACE(type);
-        tablea::RawDbf r;
-        r.version = 0x83;
-        r.field("NOTES", 'M', 10);
-        r.records.push_back("          1");
-        r.write(t());
-        Bytes memo(1024, 0);
-        memo[0] = 2, memo[512] = memo[513] = 0x1A;
-        xbt::writeFile(path("t.dbt"), memo);
-        int h = -1;
-        ASSERT_EQ(tablea::open(&h, t(), 1), 0);
-        std::vector<DBFIELD> f = {fld("NOTES", type, 6)};
-        EXPECT_EQ(DBModifyFile(&h, 1, f.data()), 0);
-        ASSERT_EQ(DBCloseFile(h), 0);
-        const std::string v = fieldBytes(t(), 1, 0);
-        if (type != 'M') EXPECT_EQ(v, std::string(v.size(), ' '));
-        if (type == 'M') EXPECT_EQ(xbt::readFile(path("t.dbt"))[512], 0x1A);
-    }
-}
-
 // Harbour's tables (DBT and 64-byte-block FPT memos, deleted records,
-// memos up to kilobytes) changed here: python3-dbfread sees every record
-// and memo as before, less the dropped field, with the new sizes.
+// memos up to kilobytes), opened shared, given a field list in lower case
+// without CITY, with QTY widened and a new EXTRA: python3-dbfread sees every
+// record, mark and memo as before, EXTRA empty; the handle keeps its number
+// and open mode, and the old table is the backup.
 TEST_F(Modify, PeerFiles) {
     for (const auto &[stem, memo, style] : {std::tuple{"hbntx", ".dbt", 1}, std::tuple{"hbcdx", ".fpt", 4}}) {
         SCOPED_TRACE(stem);
@@ -350,31 +287,40 @@ TEST_F(Modify, PeerFiles) {
         xbt::writeFile(table, b);
         const auto before = tablea::dbfread(table, "NOTES");
         int h = -1;
-        ASSERT_EQ(tablea::open(&h, table, style), 0);
-        std::vector<DBFIELD> f = {fld("NAME", 'C', 20), fld("AMOUNT", 'N', 10, 2), fld("QTY", 'N', 7, 1),
-                                  fld("HIRED", 'D'), fld("ACTIVE", 'L'), fld("NOTES", 'M')};
-        ASSERT_EQ(DBModifyFile(&h, 6, f.data()), 0);
+        ASSERT_EQ(tablea::open(&h, table, style | DBO_SHARED), 0);
+        const int number = h;
+        std::vector<DBFIELD> f = {fld("name", 'C', 20), fld("amount", 'N', 10, 2), fld("qty", 'N', 7, 1),
+                                  fld("hired", 'D'), fld("active", 'L'), fld("notes", 'M'), fld("extra", 'N', 5)};
+        ASSERT_EQ(DBModifyFile(&h, 7, f.data()), 0);
+        DBFILEINFO info{};
+        EXPECT_EQ(h, number);
+        EXPECT_EQ(DBGetFileInfo(h, &info) | info.flags.isshareable, 1);
         ASSERT_EQ(DBCloseFile(h), 0);
+        EXPECT_EQ(xbt::readFile(std::string(table, 0, table.size() - 3) + "BAK"), b);
         const auto after = tablea::dbfread(table, "NOTES");
-        ASSERT_EQ(after.size(), before.size() - 1);  // one field line fewer
-        size_t memos = 0;
+        ASSERT_EQ(after.size(), before.size());  // CITY's field line gone, EXTRA's come
+        size_t memos = 0, deleted = 0;
         for (size_t i = 0, j = 0; i < before.size(); i++, j++) {
             std::vector<std::string> want = before[i];
             if (want[0] == "field" && want[1] == "CITY") {
                 j--;
                 continue;
             }
-            if (want[0] == "header") want[5] = "6", want[3] = after[j][3], want[4] = after[j][4];
+            if (want[0] == "header") want[5] = "7", want[3] = after[j][3], want[4] = after[j][4];
             if (want[0] == "field" && want[1] == "QTY") want[3] = "7", want[4] = "1";
             if (want[0] == "record") {
                 want.erase(want.begin() + 4);                    // CITY
                 if (want[5] != "null") want[5] += ".0";          // QTY with a decimal now
-                want.back() = after[j].back();                   // memo pointers renumbered: the texts are compared below
+                want.back() = after[j].end()[-2];                // memo pointers renumbered: the texts are compared below
+                want.push_back("null");                          // EXTRA
+                deleted += want[2] == "1";
             }
             if (want[0] == "memo") memos += want[2] != "-";
             EXPECT_EQ(after[j], want) << i;
+            if (want[0] == "field" && want[1] == "NOTES") EXPECT_EQ(after[++j], (std::vector<std::string>{"field", "EXTRA", "4e", "5", "0"}));
         }
         EXPECT_GT(memos, 100u);
+        EXPECT_GT(deleted, 5u);
     }
 }
 
@@ -411,11 +357,7 @@ TEST_F(Modify, BadInput) {
         {"bad length", [] {}, 1, {fld("NAME", 'C', 0)}, 1, DBE_FIELDLEN},
         {"bad decimals", [] {}, 1, {fld("NAME", 'N', 5, 4)}, 1, DBE_DECIMALS},
         {"F in style 1", [] {}, 1, {fld("NAME", 'F', 5)}, 1, DBE_FIELDTYPE},
-        {"record too long", [] {}, 1, {fld("A", 'C', 254), fld("B", 'C', 254), fld("C", 'C', 254), fld("D", 'C', 254),
-                                       fld("E", 'C', 254), fld("F", 'C', 254), fld("G", 'C', 254), fld("H", 'C', 254),
-                                       fld("I", 'C', 254), fld("J", 'C', 254), fld("K", 'C', 254), fld("L", 'C', 254),
-                                       fld("M", 'C', 254), fld("N", 'C', 254), fld("O", 'C', 254), fld("P", 'C', 254)},
-         16, DBE_RECLEN},
+        {"record too long", [] {}, 1, std::vector<DBFIELD>(16, fld("A", 'C', 254)), 16, DBE_RECLEN},
         {"read only", [] {}, 1 | DBO_READONLY, {fld("NAME", 'C', 4)}, 1, DBE_READONLY},
         {"pointer past the memo file", [&] { pointer("       999"); }, 1, {fld("NOTES", 'M')}, 1, DBE_SEEK},
         {"pointer that is no number", [&] { pointer("99999999999"); }, 1, {fld("NOTES", 'C', 9)}, 1, DBE_SEEK},
@@ -469,21 +411,26 @@ TEST_F(Modify, BadInput) {
 // Killed or failed after each step
 // ---------------------------------------------------------------------------
 
-// Steps (writes, renames, links, unlinks) that fail: the at-th fails (0:
-// none); with noLinks every link is refused as a FAT volume refuses it.
-struct StepFail {
-    static inline long at = 0, n = 0;
+// The library's steps (writes, renames, links, unlinks) counted: the
+// failAt-th fails, the process is killed just after the killAt-th (0:
+// neither); with noLinks every link is refused, as FAT refuses it, and the
+// backups become copies.
+struct Steps : xbt::Seams {
+    static inline long n = 0, failAt = 0, killAt = 0;
     static inline bool noLinks = false;
-    static bool fail() { return ++n == at; }
-    explicit StepFail(long failAt, bool refuseLinks = false) {
-        at = failAt, n = 0, noLinks = refuseLinks;
-        _DBsys.write = [](int fd, const void *b, size_t len) -> long { return fail() ? (errno = EIO, -1) : ::write(fd, b, len); };
-        _DBsys.rename = [](const char *o, const char *nn) { return fail() ? (errno = EIO, -1) : std::rename(o, nn); };
-        _DBsys.link = [](const char *o, const char *nn) {
-            if (noLinks) return errno = EPERM, -1;
-            return fail() ? (errno = EIO, -1) : ::link(o, nn);
-        };
-        _DBsys.unlink = [](const char *nn) { return fail() ? (errno = EIO, -1) : ::unlink(nn); };
+    template <class Call>
+    static auto step(Call call) -> decltype(call()) {
+        if (++n == failAt) return errno = EIO, -1;
+        const auto rc = call();
+        if (n == killAt) kill(getpid(), SIGKILL);
+        return rc;
+    }
+    Steps(long fail, long die, bool refuseLinks) {
+        n = 0, failAt = fail, killAt = die, noLinks = refuseLinks;
+        _DBsys.write = [](int fd, const void *b, size_t len) { return step([&] { return static_cast<long>(::write(fd, b, len)); }); };
+        _DBsys.rename = [](const char *o, const char *nn) { return step([&] { return std::rename(o, nn); }); };
+        _DBsys.link = [](const char *o, const char *nn) { return noLinks ? (errno = EPERM, -1) : step([&] { return ::link(o, nn); }); };
+        _DBsys.unlink = [](const char *nn) { return step([&] { return ::unlink(nn); }); };
     }
 };
 
@@ -578,18 +525,9 @@ TEST_F(ModifySteps, Killed) {
             const Files oldFiles = all(), oldPair = pair(sc);
             auto run = [&](long stop) {
                 return xbt::waitFor(xbt::spawn([&] {
-                    xbt::Seams seams;
-                    StepFail refuse(0, copies);
-                    _DBsys.write = [](int fd, const void *b, size_t len) -> long {
-                        const long rc = ::write(fd, b, len);
-                        return xbt::Seams::step(), rc;
-                    };
-                    for (auto *fn : {&_DBsys.rename}) *fn = [](const char *o, const char *nn) { const int rc = std::rename(o, nn); return xbt::Seams::step(), rc; };
-                    if (!copies) _DBsys.link = [](const char *o, const char *nn) { const int rc = ::link(o, nn); return xbt::Seams::step(), rc; };
-                    _DBsys.unlink = [](const char *nn) { const int rc = ::unlink(nn); return xbt::Seams::step(), rc; };
-                    seams.stopAt = stop;
+                    Steps steps(0, stop, copies);
                     int h = -1;
-                    return modify(sc, &h) >= 0 ? static_cast<int>(xbt::Seams::steps) : 255;
+                    return modify(sc, &h) >= 0 ? static_cast<int>(Steps::n) : 255;
                 }));
             };
             const long steps = run(0);
@@ -618,6 +556,9 @@ TEST_F(ModifySteps, Failed) {
         ASSERT_GE(modify(sc, &h), 0);
         ASSERT_EQ(DBCloseFile(h), 0);
         const Files newPair = pair(sc);
+        bool memoAfter = false;
+        for (const DBFIELD &d : sc.after) memoAfter = memoAfter || d.type == 'M';
+        EXPECT_EQ(newPair.count(sc.memo) == 1, memoAfter);  // gained, kept or dropped
         int failures = 0;
         for (int kind = 0; kind < 2; kind++) {
             for (long k = 1;; k++) {
@@ -625,8 +566,7 @@ TEST_F(ModifySteps, Failed) {
                 restore(oldFiles);
                 int rc = 0;
                 {
-                    xbt::Seams seams;
-                    StepFail fail(kind == 0 ? k : 0);
+                    Steps steps(kind == 0 ? k : 0, 0, false);
                     if (kind == 1) xbt::Seams::allocsLeft = k - 1;
                     rc = modify(sc, &h);
                 }
@@ -635,7 +575,7 @@ TEST_F(ModifySteps, Failed) {
                     ASSERT_EQ(DBCloseFile(h), 0);
                     settled(sc, oldPair, newPair, oldFiles, when, false);
                     EXPECT_EQ(pair(sc), newPair) << when;
-                    if (kind == 1 || StepFail::n < k) break;  // nothing was left to fail
+                    if (kind == 1 || Steps::n < k) break;  // nothing was left to fail
                     continue;
                 }
                 failures++;
