@@ -364,9 +364,9 @@ DBAPI int DBosTestLock(int fd, int32_t start, int32_t len);
  * FoxPro header without terminator; -202 a file cut
  * inside its header; the open errors of DBosOpenFile (a system error comes
  * back as the bare errno). 207: the file length is not the header's records
- * plus at most an end mark; the table is open and usable. A memo pack that
- * a crash interrupted (its marker "<dir><table stem>.MPK" is there) is
- * finished or undone first; a shared open does so only when it gets the
+ * plus at most an end mark; the table is open and usable. A memo pack or
+ * a structure change (DBModifyFile) that a crash interrupted (its marker
+ * "<dir><table stem>.MPK" is there) is finished or undone first; a shared open does so only when it gets the
  * file lock (else another process may still be packing), and a read-only
  * open that would have to write memo pointers fails with -236. */
 DBAPI int DBOpenFile(int *handle, char *filename, int mode);
@@ -617,9 +617,87 @@ DBAPI int DBGetLockInfo(int handle, DBFILELOCKS *list, int max, int *count);
  * (a hard link, or a copy where the file system has none) before the new
  * file is renamed over the table's name, so at every moment, a crash
  * included, the table's name holds the old file or the new one. A failure
- * in that hand-over reopens the old table (*handle is -1 only when even
- * that fails) and returns the failure. */
+ * in that hand-over removes the backup name again, reopens the old table
+ * (*handle is -1 only when even that fails) and returns the failure; -240
+ * when the marker of an unfinished memo pack or structure change stands
+ * beside the table, -214 for a table named like its backup ("X.BAK"). */
 DBAPI int DBPackFile(int *handle);
+/* Give the open table *handle a new list of fields and keep its records.
+ * The list is checked and rewritten exactly as DBCreateFile checks and
+ * rewrites one, in the table's style (which stays), before anything is
+ * written. Fields are matched by name, letter case ignored: a kept field
+ * keeps its value, converted when its type or size changes; new fields
+ * start blank; dropped fields disappear. Every record is kept in order,
+ * deleted ones still marked. The new header is DBCreateFile's (today's
+ * date, the production-index byte kept); other header bytes, such as a
+ * FoxPro code-page mark, are not carried over, as in DBPackFile.
+ *
+ * Conversions. A field of the same type, length and decimals keeps its
+ * bytes as they are; a blank value, an empty memo included, stays blank
+ * (an empty memo kept as a memo stays one). Otherwise a value changes type
+ * through its text: a number's as stored ("12.50"; a binary number's
+ * digits), a date's "yyyymmdd", a logical's "T" or "F", a memo's content.
+ * "Lost" below means the new field is left blank (or a text cut) and the
+ * call returns 205:
+ * - to 'C': the text; a text (or memo) longer than the field is cut, lost
+ *   when more than trailing blanks go; a number or date whose text does
+ *   not fit is lost, never cut; a binary memo is lost.
+ * - to 'N' and 'F': the number, or the number a text shows (blanks around
+ *   it, a sign, digits and one '.'; anything else is lost), right-aligned
+ *   with the new decimals, rounded half away from zero on its decimal
+ *   digits (206 when that changed the value); too wide for the new length
+ *   it is lost (after dropping the 0 before the point, as dBASE writes
+ *   "-.50"). Logicals are lost.
+ * - to 'D': a date, or a text of eight digits that is a valid "yyyymmdd"
+ *   or a date in the default date style; anything else is lost.
+ * - to 'L': a logical, or the text T, Y, .T., TRUE, YES (true) or F, N,
+ *   .F., FALSE, NO (false) in any letter case; "?" is blank; anything else
+ *   is lost.
+ * - to 'M': a memo keeps its content (an FPT memo its type word too); any
+ *   other value becomes a text memo (lost when a dBASE III memo cannot
+ *   hold it: a text with the byte 0x1A).
+ * - to the binary codes 1, 2 (16-bit) and 3, 4, 11 (32-bit integer): the
+ *   number or the number a text shows, rounded half away from zero (206),
+ *   lost out of range; 13 (double): that number as a double.
+ * Other old types ('T', 'Y', 'B', '0' ...) convert only to themselves.
+ * When both 205 and 206 apply, 205 is returned.
+ *
+ * Memo files. The style decides the kind: FPT in styles 4 and 8, dBASE IV
+ * DBT in style 2, dBASE III DBT otherwise; the file is "<stem>.DBT" or
+ * "<stem>.FPT" beside the table (lower-case extension when the table's has
+ * a lower-case letter; an existing file in the other case is used). When
+ * either list has memo fields the memo file is rewritten: the new one
+ * holds, in record order, only the memos the records point to (deleted
+ * records included) with their pointers renumbered, in the old file's
+ * block size (64 bytes FPT, 512 DBT for a first memo file). A table that
+ * gains its first memo field gets a memo file; one that loses its last
+ * drops it.
+ *
+ * The new table ("<dir><n>.DBF") and memo file ("<dir><n>.DBT"/".FPT") are
+ * built beside the old ones; only when both are complete do they take the
+ * old names, and the old files keep the backup names "<stem>.BAK" and
+ * "<stem>.TBK" (older backups are replaced). A failure before that leaves
+ * the old files untouched and removes the new ones. The swap is ordered so
+ * that a failure, or a crash, at any step leaves the old pair or the new
+ * pair under the original names; while two files change a marker
+ * "<dir><table stem>.MPK" stands, from which the next DBOpenFile of the
+ * table finishes or undoes the change (the new table under the name means
+ * finish). A shared table is file-locked for the change, as by DBPackFile
+ * (other processes that have it open keep the old file, as after a pack).
+ * On success *handle keeps its number and holds the new table, opened with
+ * the old open mode and cache size and without locks; on failure it still
+ * holds the old table, unchanged.
+ *
+ * Statuses: 0, 205, 206; -221 NULL handle pointer or field list; -213 bad
+ * handle; -236 read-only table; DBCreateFile's statuses for the list (-218
+ * for a style-10 table, which cannot be created); -214 a table named like
+ * its own backup, marker or memo file ("X.BAK", "X.DBT"); -245 this
+ * process has the table open under another handle, or its memo file under
+ * a memo handle (close them first); -240 the marker of an unfinished change
+ * or memo pack is there; -204 a memo pointer that is no block number; -205
+ * memo fields that point to memos without a memo file; the memo and file
+ * layers' errors. Indexes are not rebuilt: rebuild them afterwards. */
+DBAPI int DBModifyFile(int *handle, int nfields, DBFIELD *fields);
 
 /* ------------------------------------------------------------------------
  * FPT memo files (FoxPro)

@@ -132,6 +132,13 @@ int _DBUnLockAll();
 // The byte range of a lock kind (DBLK_*) for DBxbd.
 void _DBLockRange(int kind, int32_t recno, uint32_t *start, uint32_t *len);
 
+// The checks a new field list passes before DBCreateFile or DBModifyFile
+// writes anything (dcreate.cpp): the count and the style's limits, each
+// field by type, the record length. Rewrites the list as callers see it
+// (names and type letters upper-cased, fixed lengths set); the version byte
+// the fields call for and the record length come back.
+int _DBCheckFields(int style, int nfields, DBFIELD *fields, uint8_t *version, int *reclen);
+
 // Close function registered in DBclose for type 1.
 int DBCloseFile(int handle);
 

@@ -71,22 +71,28 @@ int _checkField(DBFIELD &fd, int style, uint8_t *version) {
 }
 }  // namespace
 
-extern "C" DBAPI int DBCreateFile(char *filename, int nfields, DBFIELD *fields, int mode) {
-    if (!filename || !fields) return here.fail(DBE_NULLPARAM, __LINE__);
+int _DBCheckFields(int style, int nfields, DBFIELD *fields, uint8_t *version, int *reclen) {
     if (nfields <= 0) return here.fail(DBE_NUMFIELDS, __LINE__);
-    const bool indexed = (mode & kIndexBit) != 0;
-    const int style = mode & ~kIndexBit;
     if (style < 0 || style > 9) return here.fail(DBE_BADVERSION, __LINE__);
     if (nfields > _maxFields(style)) return here.fail(DBE_NUMFIELDS, __LINE__);
-
-    uint8_t version = 0x03;
-    int reclen = 1;  // the deletion flag
+    *version = 0x03;
+    *reclen = 1;  // the deletion flag
     const int most = style == 6 ? 8192 : 4000;
     for (int i = 0; i < nfields; i++) {
-        if (_checkField(fields[i], style, &version) != 0) return DBerrno;
-        reclen += fields[i].len;
-        if (reclen > most) return here.fail(DBE_RECLEN, __LINE__);
+        if (_checkField(fields[i], style, version) != 0) return DBerrno;
+        *reclen += fields[i].len;
+        if (*reclen > most) return here.fail(DBE_RECLEN, __LINE__);
     }
+    return 0;
+}
+
+extern "C" DBAPI int DBCreateFile(char *filename, int nfields, DBFIELD *fields, int mode) {
+    if (!filename || !fields) return here.fail(DBE_NULLPARAM, __LINE__);
+    const bool indexed = (mode & kIndexBit) != 0;
+    const int style = mode & ~kIndexBit;
+    uint8_t version = 0x03;
+    int reclen = 1;
+    if (_DBCheckFields(style, nfields, fields, &version, &reclen) != 0) return DBerrno;
 
     // Style 9 ends its descriptors with a whole 32-byte terminator block.
     const int hl = 32 * nfields + (style == 9 ? 64 : 33);

@@ -9,6 +9,7 @@
 // been copied, so a failure before the renames leaves the old table open
 // and its file as it was.
 #include "dbf.h"
+#include "memo.h"
 #include "os.h"
 
 #include <cstdio>
@@ -276,7 +277,8 @@ int _pack(int *handle) {
     // replaces its target in one step, so at every moment, a crash
     // included, the table's name holds the old file or the new one; the
     // old order (old name to backup, then new file to old name) left no
-    // file under the name in between.
+    // file under the name in between. _DBTableSwap is the hand-over that
+    // DBModifyFile uses too; a table alone needs no marker.
     rc = nw.close();
     if (rc < 0) return _DBStatus(rc);
     rc = DBCloseFile(*handle);
@@ -288,13 +290,11 @@ int _pack(int *handle) {
     guard.done();
     *handle = -1;
     DBerrno = 0;
-    rc = _DBosDeleteFile(backup);
-    if (rc >= 0) rc = _DBosLinkFile(backup, name);
-    if (rc >= 0) rc = _DBosRenameFile(name, temp);
+    char none[1] = "";
+    rc = _DBTableSwap(DBTABLESWAP{name, temp, backup, none, none, none, false, false});
     if (rc < 0) {
         // The old file is still under its name: open it again, so that the
         // caller keeps a table, and report why the pack did not happen.
-        _DBosDeleteFile(temp);
         DBOpenFile(handle, name, reopen);
         return _DBStatus(rc);
     }

@@ -167,7 +167,7 @@ int _DBMemoPointerBytes(int i, int32_t block, char out[16]);
 // of the table uses to) and removed the work file if it still had its name.
 int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &refs);
 
-// ---- The marker of a memo pack in progress (tmark.cpp) ----------------------
+// ---- The marker of a memo pack or structure change in progress (tmark.cpp) --
 // Its name beside the table: "<dir><table stem>.MPK".
 int _DBMemoMarkName(char *out, size_t cap, const char *table);
 // Write it, in state U, for the swap of `work` into `memo` with `backup` as
@@ -179,11 +179,33 @@ int _DBMemoMarkWrite(char *mark, bool fpt, const char *table, const char *memo, 
 constexpr int DBMARK_STATE = 8;
 constexpr int DBMARK_WORK = 10;
 int _DBMemoMarkByte(char *mark, int at, char value);
+// A table replaced wholesale by a new one built beside it (DBModifyFile),
+// with its memo file when either table has memo fields. The names: the
+// table, the finished new table under its work name, and the name the old
+// table keeps as a backup; the same three for the memo file. memoOld: a
+// file under `memo` is replaced or, without memoNew, dropped; memoNew: the
+// new memo file is finished under memoWork.
+struct DBTABLESWAP {
+    char *table, *work, *backup;
+    char *memo, *memoWork, *memoBackup;
+    bool memoOld, memoNew;
+};
+// Put the new files in place so that a failure or a crash at any point
+// leaves the old pair or the new pair under the original names (or a
+// marker from which the next open of the table makes one whole); the old
+// files keep their backup names. The work files are this function's from
+// the call on: a failure removes them unless the marker still needs them.
+int _DBTableSwap(const DBTABLESWAP &s);
+// Whether the table's name is also one of the names a swap derives from it
+// (backups, marker, memo file; memo null when no memo file takes part), or
+// the memo file's one of them.
+bool _DBSwapNamesClash(const char *table, const char *backup, const char *memoBackup, const char *mark,
+                       const char *memo);
 // In DBOpenFile, on the table just opened (DBxbd, named `filename`): finish
-// or undo a memo pack that a crash interrupted. 0 when there was nothing to
-// do, or another process holds the table's file lock (its pack may still be
-// running); -236 when pointers need writing and the table is read only;
-// -206 for a marker that does not fit the table.
+// or undo a memo pack or structure change that a crash interrupted. 0 when
+// there was nothing to do, or another process holds the table's file lock
+// (its change may still be running); -236 when pointers need writing and
+// the table is read only; -206 for a marker that does not fit the table.
 int _DBMemoPackRecover(char *filename);
 // Take the table's file lock for a pack when it is shared and does not
 // hold one already; *taken says whether to give it back.
@@ -231,3 +253,16 @@ int _DBMemoPackEnd(int dbf, int *memo, bool fpt, char *path, char *tmp, int mode
 // keeps the data within the file (-206): a damaged length can then never
 // size an allocation beyond what the file holds.
 int _DBfpReadBlockHeader(int32_t block, DBFPTRHDR *rh);
+
+// The pieces of an FPT pack that a structure change shares (wpack.cpp).
+// The create code (DBfpCreateMemo) that gives block size bs, or 0 when none does.
+int _DBfpSizeCode(int32_t bs);
+// Memo `block` of DBfpm, type word and all: *rh, and its data in buf after
+// 8 bytes of room for a block header.
+int _DBfpReadMemo(int32_t block, DBOwned<uint8_t> &buf, DBFPTRHDR *rh);
+// Append a memo to a new file being filled (descriptor fd, block size bs,
+// next free block *ff): buf holds 8 bytes of room, then len data bytes;
+// the block header (type, len) goes into the room. *nb is its block.
+int _DBfpAppendMemo(int fd, int32_t bs, int32_t *ff, int32_t type, uint8_t *buf, int32_t len, int32_t *nb);
+// Write the next free block ff into the new file and pad it to ff blocks.
+int _DBfpFinishFile(int fd, int32_t bs, int32_t ff);

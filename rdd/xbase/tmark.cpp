@@ -1,5 +1,5 @@
-// tmark.cpp - the marker of a memo pack in progress, and the repair of a
-// pack that a crash interrupted.
+// tmark.cpp - the marker of a memo pack or a structure change in progress,
+// and the repair of one that a crash interrupted.
 //
 // A memo pack changes two files that no single system call changes
 // together: the memo file (the packed copy replaces it) and the table (its
@@ -51,6 +51,35 @@
 //           pack named it) or 'A' (as given)
 //   ..  16N entries: record, field number, old block, new block (4 bytes each)
 //   L-4 4   FNV-1a hash of bytes 0 .. L-5, bytes 8 and 10 counted as 0
+//
+// A structure change (DBModifyFile) replaces the table wholesale, and with it
+// the memo file when either table has memo fields: the old memo file may be
+// replaced, dropped, or there may be none yet. Nothing in the table needs
+// rewriting afterwards, so no pointer entries: which table stands under the
+// table's name tells the repair which pair to make whole. The old files keep
+// their backup names ("<stem>.BAK", "<stem>.TBK") for good, as second names.
+//
+//   1. older backups removed, marker written (family 'S')
+//   2. link table -> backup, memo -> memo backup     second names, still the old pair
+//   3. rename work table -> table                    the new table is in place
+//   4. rename work memo -> memo (or unlink memo)     the new memo file too
+//   5. marker removed
+//
+// The repair finds the new table under the table's name (by its device and
+// inode numbers) after step 3: it finishes step 4 and removes the marker.
+// Otherwise it undoes: the backup names, second names of files still in
+// use, go, then the marker, then the work files. A failure that is
+// reported in step 4 renames the backup over the table's name, which turns
+// the same repair from finishing into undoing. A table alone (no memo file
+// on either side) is the pack's hand-over: one rename, no marker.
+//
+// The structure marker: bytes 0-19 as above with state 'F', family 'S',
+// work flag 0, byte 11 the memo files (1 an old one is replaced or dropped,
+// 2 a new one comes), N = 0; then the device and inode numbers of the old
+// table (20), the new table (36), the old memo file (52) and the new one
+// (68), 0 where there is none; from 84 the table's base name and, each with
+// 'R' or 'A', the work table, the backup, the memo file, the work memo file
+// and the memo backup; the hash last.
 #include "dbf.h"
 #include "memo.h"
 #include "os.h"
@@ -63,6 +92,9 @@ constexpr DBSite here{"rdd/xbase/tmark"};
 constexpr char kMagic[8] = {'X', 'B', 'M', 'E', 'M', 'O', 'P', 'K'};
 constexpr int kOldId = 20;
 constexpr int kFixed = 36;
+// The structure marker's ids and where its names begin.
+constexpr int kTableOld = 20, kTableNew = 36, kMemoOld = 52, kMemoNew = 68, kSwapFixed = 84;
+constexpr uint8_t kSwapOldMemo = 1, kSwapNewMemo = 2;
 constexpr size_t kNameCap = 600;
 
 uint32_t _hash(const uint8_t *p, size_t n) {
@@ -121,7 +153,7 @@ int _putPath(_Image &m, const char *table, const char *path) {
 // Reading the marker back: each take fails (false) at the end of the data.
 struct _Reader {
     const uint8_t *p;
-    size_t n, at = kFixed;
+    size_t n, at;
     bool name(char *out, const char *tableDir, bool kind) {
         char k = 'R';
         if (kind) {
@@ -162,6 +194,79 @@ int _setPointer(DBDATAPKT *d, const DBMEMOREF &e, int32_t block) {
     return _DBWriteAt(here, __LINE__, d->ph.dh, off, want, w, d->ph.flush_disk);
 }
 
+// Seal the image (length, hash) and write it as the marker file `mark`.
+// A marker that could not be written whole is removed again.
+int _store(char *mark, _Image &m) {
+    if (m.n + 4 > INT32_MAX) return here.fail(DBE_NOMEMORY, __LINE__);
+    _DBStoreLE32(m.b.get() + 16, static_cast<uint32_t>(m.n + 4));
+    if (m.put32(_hash(m.b.get(), m.n)) != 0) return DBerrno;
+    int fd = -1;
+    if (DBosCreateFile(&fd, mark) != 0) return DBerrno;
+    DBerrno = 0;
+    int rc = DBosWriteData(fd, m.b.get(), static_cast<int>(m.n), 0);
+    if (rc != 0) here.log(rc, __LINE__);
+    const int crc = DBosCloseFile(fd);
+    if (rc == 0) rc = crc;
+    if (rc != 0) _DBosDeleteFile(mark);
+    return _DBStatus(rc);
+}
+
+// Repair a structure change from its marker (p, len bytes, whole and
+// checked): finish it when the new table stands under `filename`, else
+// undo it (the steps at the top of this file).
+int _repairSwap(char *mark, const char *filename, const uint8_t *p, int32_t len) {
+    char dir[kNameCap], base[kNameCap], work[kNameCap], backup[kNameCap], memo[kNameCap], mwork[kNameCap],
+        mbackup[kNameCap];
+    const size_t cut = _DBDirLength(filename);
+    std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(cut), filename);
+    _Reader r{p, static_cast<size_t>(len) - 4, kSwapFixed};
+    if (len < kSwapFixed + 4 || !r.name(base, "", false) || !r.name(work, dir, true) || !r.name(backup, dir, true) ||
+        !r.name(memo, dir, true) || !r.name(mwork, dir, true) || !r.name(mbackup, dir, true) || r.at != r.n ||
+        _DBLoadLE32(p + 12) != 0)
+        return here.fail(DBE_CORRUPT, __LINE__);
+    if (std::strcmp(base, filename + cut) != 0) return 0;  // another table's
+    const uint8_t memos = p[11];
+    DBerrno = 0;
+    if (_same(filename, p + kTableNew)) {
+        if ((memos & kSwapNewMemo) && _same(mwork, p + kMemoNew)) {
+            if (_DBosRenameFile(memo, mwork) != 0) return DBerrno;
+        } else if (!(memos & kSwapNewMemo) && (memos & kSwapOldMemo) && _same(memo, p + kMemoOld)) {
+            if (_DBosDeleteFile(memo) < 0) return DBerrno;
+        }
+        return _DBosDeleteFile(mark) < 0 ? DBerrno : _DBStatus(0);
+    }
+    // The backups are second names of the files still in use; the work
+    // files are recognised before the marker goes and removed after it.
+    const bool workOurs = _same(work, p + kTableNew);
+    const bool mworkOurs = (memos & kSwapNewMemo) && _same(mwork, p + kMemoNew);
+    if (_same(backup, p + kTableOld) && _DBosDeleteFile(backup) < 0) return DBerrno;
+    if ((memos & kSwapOldMemo) && _same(mbackup, p + kMemoOld) && _DBosDeleteFile(mbackup) < 0) return DBerrno;
+    if (_DBosDeleteFile(mark) < 0) return DBerrno;
+    if (workOurs) _DBosDeleteFile(work);
+    if (mworkOurs) _DBosDeleteFile(mwork);
+    return _DBStatus(0);
+}
+
+// Write the structure marker for swap s.
+int _swapMarkWrite(char *mark, const DBTABLESWAP &s) {
+    uint64_t ids[4][2] = {};
+    if (!_DBFileId(s.table, ids[0]) || !_DBFileId(s.work, ids[1]) || (s.memoOld && !_DBFileId(s.memo, ids[2])) ||
+        (s.memoNew && !_DBFileId(s.memoWork, ids[3])))
+        return here.fail(DBE_NOTFOUND, __LINE__);
+    const uint8_t memos = static_cast<uint8_t>((s.memoOld ? kSwapOldMemo : 0) | (s.memoNew ? kSwapNewMemo : 0));
+    const uint8_t head[12] = {'X', 'B', 'M', 'E', 'M', 'O', 'P', 'K', 'F', 'S', 0, memos};
+    _Image m;
+    if (m.put(head, sizeof head) != 0 || m.put32(0) != 0 || m.put32(0) != 0) return DBerrno;
+    for (const auto &id : ids)
+        if (m.putId(id) != 0) return DBerrno;
+    const char *t = s.table;
+    if (m.name(0, t + _DBDirLength(t)) != 0 || _putPath(m, t, s.work) != 0 || _putPath(m, t, s.backup) != 0 ||
+        _putPath(m, t, s.memo) != 0 || _putPath(m, t, s.memoNew ? s.memoWork : "") != 0 ||
+        _putPath(m, t, s.memoBackup) != 0)
+        return DBerrno;
+    return _store(mark, m);
+}
+
 // Repair what the marker `mark` of the table DBxbd (opened as `filename`)
 // says. A marker that is not whole is removed; one that names another table
 // is left alone.
@@ -186,13 +291,14 @@ int _repair(char *mark, const char *filename) {
         DBerrno = 0;
         return _DBosDeleteFile(mark) < 0 ? DBerrno : 0;
     }
+    if (p[9] == 'S') return _repairSwap(mark, filename, p, len);
     const char state = static_cast<char>(p[DBMARK_STATE]);
     const bool workOurs = p[DBMARK_WORK] == 1;
     const uint32_t count = _DBLoadLE32(p + 12);
     char dir[kNameCap], base[kNameCap], memo[kNameCap], work[kNameCap], backup[kNameCap];
     const size_t cut = _DBDirLength(filename);
     std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(cut), filename);
-    _Reader r{p, static_cast<size_t>(len) - 4};
+    _Reader r{p, static_cast<size_t>(len) - 4, kFixed};
     if (!r.name(base, "", false) || !r.name(memo, dir, true) || !r.name(work, dir, true) ||
         !r.name(backup, dir, true) || (state != 'U' && state != 'F') || count > (r.n - r.at) / 16 ||
         r.at + 16 * count != r.n)
@@ -244,18 +350,7 @@ int _DBMemoMarkWrite(char *mark, bool fpt, const char *table, const char *memo, 
         for (int32_t x : v)
             if (m.put32(static_cast<uint32_t>(x)) != 0) return DBerrno;
     }
-    if (m.n + 4 > INT32_MAX) return here.fail(DBE_NOMEMORY, __LINE__);
-    _DBStoreLE32(m.b.get() + 16, static_cast<uint32_t>(m.n + 4));
-    if (m.put32(_hash(m.b.get(), m.n)) != 0) return DBerrno;
-    int fd = -1;
-    if (DBosCreateFile(&fd, mark) != 0) return DBerrno;
-    DBerrno = 0;
-    int rc = DBosWriteData(fd, m.b.get(), static_cast<int>(m.n), 0);
-    if (rc != 0) here.log(rc, __LINE__);
-    const int crc = DBosCloseFile(fd);
-    if (rc == 0) rc = crc;
-    if (rc != 0) _DBosDeleteFile(mark);
-    return _DBStatus(rc);
+    return _store(mark, m);
 }
 
 int _DBMemoMarkByte(char *mark, int at, char value) {
@@ -287,4 +382,67 @@ int _DBMemoPackRecover(char *filename) {
         DBerrno = st;
     }
     return _DBStatus(rc);
+}
+
+int _DBTableSwap(const DBTABLESWAP &s) {
+    const bool pair = s.memoOld || s.memoNew;
+    auto dropWork = [&s](int rc) {
+        _DBosDeleteFile(s.work);
+        if (s.memoNew) _DBosDeleteFile(s.memoWork);
+        return _DBStatus(rc);
+    };
+    char mark[kNameCap];
+    if (_DBMemoMarkName(mark, sizeof mark, s.table) != 0) return dropWork(DBerrno);
+    // A table named like its own backup, marker or memo file ("X.BAK") would
+    // be removed as the older backup.
+    if (_DBSwapNamesClash(s.table, s.backup, s.memoBackup, mark, (s.memoOld || s.memoNew) ? s.memo : nullptr))
+        return dropWork(here.fail(DBE_BADFILENAME, __LINE__));
+    // Another change's marker, unfinished: the next open of the table
+    // that gets the file lock repairs it first.
+    if (_DBIsFileThere(mark)) return dropWork(here.fail(DBE_ACCESS, __LINE__));
+    // An older backup is replaced (a missing one is no error).
+    DBerrno = 0;
+    if (_DBosDeleteFile(s.backup) < 0) return dropWork(DBerrno);
+    if (s.memoOld && _DBosDeleteFile(s.memoBackup) < 0) return dropWork(DBerrno);
+    if (pair && _swapMarkWrite(mark, s) != 0) return dropWork(DBerrno);
+    DBerrno = 0;
+    int rc = _DBosLinkFile(s.backup, s.table);
+    const bool linked = rc == 0;
+    bool mlinked = false;
+    if (rc == 0 && s.memoOld) mlinked = (rc = _DBosLinkFile(s.memoBackup, s.memo)) == 0;
+    if (rc == 0) rc = _DBosRenameFile(s.table, s.work);
+    if (rc != 0) {
+        // Still the old pair: the second names go, and the marker once they
+        // have gone (else the next open removes them by it).
+        bool clean = !linked || _DBosDeleteFile(s.backup) >= 0;
+        if (mlinked && _DBosDeleteFile(s.memoBackup) < 0) clean = false;
+        if (pair && clean && _DBosDeleteFile(mark) < 0) clean = false;
+        here.fail(rc, __LINE__);
+        return clean ? dropWork(rc) : rc;
+    }
+    if (!pair) return _DBStatus(0);
+    rc = s.memoNew ? _DBosRenameFile(s.memo, s.memoWork) : s.memoOld ? _DBosDeleteFile(s.memo) : 0;
+    if (rc < 0) {
+        // The new table without its memo file: the old table goes back
+        // under its name, and the repair that the marker allows becomes an
+        // undo. Should even that rename fail, the marker stays and the next
+        // open finishes the change instead.
+        const int why = rc;
+        if (_DBosRenameFile(s.table, s.backup) == 0 && (!mlinked || _DBosDeleteFile(s.memoBackup) >= 0) &&
+            _DBosDeleteFile(mark) >= 0 && s.memoNew)
+            _DBosDeleteFile(s.memoWork);
+        return here.fail(why, __LINE__);
+    }
+    // Done. A marker that will not go is finished by the next open.
+    if (_DBosDeleteFile(mark) < 0) here.log(DBerrno, __LINE__);
+    return _DBStatus(0);
+}
+
+bool _DBSwapNamesClash(const char *table, const char *backup, const char *memoBackup, const char *mark,
+                       const char *memo) {
+    // Letter case aside: on the file systems that ignore it these are one name.
+    const char *other[] = {backup, memoBackup, mark, memo};
+    for (const char *o : other)
+        if (o && _DBstricmp(table, o) == 0) return true;
+    return memo && (_DBstricmp(memo, backup) == 0 || _DBstricmp(memo, memoBackup) == 0 || _DBstricmp(memo, mark) == 0);
 }

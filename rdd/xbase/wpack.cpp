@@ -1,51 +1,51 @@
 // wpack.cpp - packing FPT memo files: every memo that a record points to is
 // copied, type word and all, into a new file without the abandoned blocks,
 // and the new file takes the old one's place (tpack.cpp has the order of
-// renames that keeps the old file safe until the end).
+// renames that keeps the old file safe until the end). Reading a memo whole
+// and appending it to a file being filled are shared with the structure
+// change (dmodify.cpp), which fills a new FPT file the same way.
 #include "dbf.h"
 #include "memo.h"
 #include "os.h"
 
 namespace {
 constexpr DBSite here{"rdd/xbase/wpack"};
+}  // namespace
 
-// The create code that gives block size bs, or 0 when none does.
-int _code_for(int32_t bs) {
+int _DBfpSizeCode(int32_t bs) {
     if (bs >= 33 && bs <= 511) return bs;
     if (bs % 512 == 0 && bs / 512 >= 1 && bs / 512 <= 32) return bs / 512;
     return 0;
 }
 
-// Copy memo `block` of DBfpm (the old file) to the end of the new file
-// (descriptor fd, block size bs, next free block *ff); *nb is its block there.
-int _copy_memo(int32_t block, int fd, int32_t bs, int32_t *ff, int32_t *nb) {
-    DBFPTRHDR rh{};
-    if (_DBfpReadBlockHeader(block, &rh) != 0) return DBerrno;
-    DBOwned<uint8_t> buf;
-    if (buf.alloc(static_cast<size_t>(rh.len) + 8, here.id, __LINE__) != 0) return DBerrno;
-    _DBStoreBE32(buf.get(), static_cast<uint32_t>(rh.s));
-    _DBStoreBE32(buf.get() + 4, static_cast<uint32_t>(rh.len));
-    if (rh.len > 0 && DBosReadData(DBfpm->ph.dh, buf.get() + 8, rh.len) != 0) return DBerrno;
-    const int64_t blocks = (static_cast<int64_t>(rh.len) + 8 + bs - 1) / bs;
+int _DBfpReadMemo(int32_t block, DBOwned<uint8_t> &buf, DBFPTRHDR *rh) {
+    if (_DBfpReadBlockHeader(block, rh) != 0) return DBerrno;
+    if (buf.alloc(static_cast<size_t>(rh->len) + 8, here.id, __LINE__) != 0) return DBerrno;
+    if (rh->len > 0 && DBosReadData(DBfpm->ph.dh, buf.get() + 8, rh->len) != 0) return DBerrno;
+    return 0;
+}
+
+int _DBfpAppendMemo(int fd, int32_t bs, int32_t *ff, int32_t type, uint8_t *buf, int32_t len, int32_t *nb) {
+    _DBStoreBE32(buf, static_cast<uint32_t>(type));
+    _DBStoreBE32(buf + 4, static_cast<uint32_t>(len));
+    const int64_t blocks = (static_cast<int64_t>(len) + 8 + bs - 1) / bs;
     const int64_t next = *ff + (blocks < 1 ? 1 : blocks);
     if (next > INT32_MAX / bs) return here.fail(DBE_WRITE, __LINE__);
     if (DBosSetFilePosition(fd, *ff * bs) != 0) return here.fail(DBerrno, __LINE__);
     DBerrno = 0;
-    if (DBosWriteData(fd, buf.get(), rh.len + 8, 0) != 0) return here.fail(DBerrno, __LINE__);
+    if (DBosWriteData(fd, buf, len + 8, 0) != 0) return here.fail(DBerrno, __LINE__);
     *nb = *ff;
     *ff = static_cast<int32_t>(next);
     return 0;
 }
 
-// Write the new file's next free block and pad it to that many blocks.
-int _finish(int fd, int32_t bs, int32_t ff) {
+int _DBfpFinishFile(int fd, int32_t bs, int32_t ff) {
     uint8_t raw[4];
     _DBStoreBE32(raw, static_cast<uint32_t>(ff));
     if (DBosSetFilePosition(fd, 0) != 0) return here.fail(DBerrno, __LINE__);
     if (DBosWriteData(fd, raw, 4, 0) != 0) return here.fail(DBerrno, __LINE__);
     return DBosSetFileSize(fd, ff * bs);
 }
-}  // namespace
 
 extern "C" DBAPI int DBfpPackMemo(int dbf, int *memo) {
     if (!memo) return here.fail(DBE_NULLPARAM, __LINE__);
@@ -59,7 +59,7 @@ extern "C" DBAPI int DBfpPackMemo(int dbf, int *memo) {
     const int mode = old->om;
     // A block size that no create code gives (VFP's 1-byte blocks, say)
     // becomes 64 bytes: every pointer is rewritten anyway.
-    int code = _code_for(old->h.bsa);
+    int code = _DBfpSizeCode(old->h.bsa);
     if (code == 0) code = 64;
     old->pcnt = old->pba = old->pcur = old->pmode = 0;
 
@@ -77,9 +77,12 @@ extern "C" DBAPI int DBfpPackMemo(int dbf, int *memo) {
     if (rc == 0 && old->ph.m.shared) rc = _DBfpGetMemoHeader();
     if (rc == 0) rc = _DBMemoPackCopy(dbf, refs, [&](int32_t b, int32_t *nb) {
         DBfpm = old;
-        return _copy_memo(b, fd, bs, &ff, nb);
+        DBOwned<uint8_t> buf;
+        DBFPTRHDR rh{};
+        if (_DBfpReadMemo(b, buf, &rh) != 0) return DBerrno;
+        return _DBfpAppendMemo(fd, bs, &ff, rh.s, buf.get(), rh.len, nb);
     });
-    if (rc == 0) rc = _finish(fd, bs, ff);
+    if (rc == 0) rc = _DBfpFinishFile(fd, bs, ff);
     if (fd >= 0) {
         const int crc = DBosCloseFile(fd);
         if (rc == 0) rc = crc;
