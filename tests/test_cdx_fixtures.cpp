@@ -6,6 +6,7 @@
 
 #include <cstdarg>
 #include <map>
+#include <set>
 
 extern int g_logging;
 
@@ -49,7 +50,7 @@ protected:
 };
 
 TEST_F(CdxFixture, WalksEveryTagBothWaysOpenedByNameAndByNumber) {
-    std::map<std::string, int> byExpr;
+    std::map<std::string, const cdx::Tag *> byExpr;  // expression, "u" when unique: the tag
     for (const cdx::Tag &t : cdx::kTags) {
         const int tag = openTag(t, true);
         const std::vector<KeyLine> want = cdx::expected(t);
@@ -57,27 +58,25 @@ TEST_F(CdxFixture, WalksEveryTagBothWaysOpenedByNameAndByNumber) {
         cdx::expectSame(cdx::walk(tag, false), want, std::string(t.name) + " backward");
         cdx::expectSound(tag, want.size(), t.name, 0);
         char expr[256];
+        const idx::KeyDump d = idx::readDump(std::string("hbcdx_") + t.name + ".keys.txt");
         ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
-        EXPECT_EQ(std::string(expr), idx::readDump(std::string("hbcdx_") + t.name + ".keys.txt").expr);
-        byExpr[std::string(expr) + (std::string(t.name) == "ucity" ? "u" : "")] = static_cast<int>(&t - cdx::kTags);
+        EXPECT_EQ(std::string(expr), d.expr);
+        byExpr[d.expr + (d.unique ? "u" : "")] = &t;
         ASSERT_EQ(DBfpCloseTag(tag), 0);
     }
-    // By number: tags in order of creation; each is one of the six.
-    std::vector<bool> seen(6, false);
+    // By number, in order of creation: six different tags, each as its dump;
+    // a tag open already is not opened again.
+    std::set<const cdx::Tag *> seen;
     for (int n = 1; n <= 6; n++) {
-        int tag = -1;
+        int tag = -1, again = 12345;
         ASSERT_EQ(DBfpOpenTag(&tag, h, n), 0) << n;
         EXPECT_EQ(tag >> 16, n);
         DBFBINDEXINFO info;
         ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
-        const std::string e = std::string(info.expr) + ((info.ftype & 1) ? "u" : "");
-        ASSERT_EQ(byExpr.count(e), 1u) << e;
-        const cdx::Tag &t = cdx::kTags[byExpr[e]];
-        ASSERT_FALSE(seen[static_cast<size_t>(byExpr[e])]);
-        seen[static_cast<size_t>(byExpr[e])] = true;
-        ASSERT_EQ(DBfpSetDefaultKeyType(tag, t.type), 0);
-        cdx::expectSame(cdx::walk(tag), cdx::expected(t), std::string(t.name) + " by number");
-        int again = 12345;
+        const cdx::Tag *t = byExpr[std::string(info.expr) + ((info.ftype & 1) ? "u" : "")];
+        ASSERT_TRUE(t && seen.insert(t).second) << info.expr;
+        ASSERT_EQ(DBfpSetDefaultKeyType(tag, t->type), 0);
+        cdx::expectSame(cdx::walk(tag), cdx::expected(*t), std::string(t->name) + " by number");
         EXPECT_EQ(DBfpOpenTag(&again, h, n), 0);
         EXPECT_EQ(again, 12345);
     }

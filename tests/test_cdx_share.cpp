@@ -6,7 +6,6 @@
 #include "cdx_util.h"
 
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -127,23 +126,13 @@ TEST_F(CdxShare, SharedReaderSeesPagesAnotherProcessChanged) {
     std::strcpy(key, keyOf(2000).c_str());
     ASSERT_EQ(DBfpKeySearch(tag, key, &rec, 1), 0);
     ASSERT_EQ(rec, 1001);
-    const pid_t pid = fork();
-    if (pid == 0) {
+    ASSERT_EQ(xbt::waitFor(xbt::spawn([&] {
         const int fd = open(f.c_str(), O_RDWR);
         struct flock fl {};
-        fl.l_type = F_WRLCK;
-        fl.l_whence = SEEK_SET;
-        fl.l_start = 0x7FFFFFFE;
-        fl.l_len = 1;
-        if (fd < 0 || fcntl(fd, F_SETLKW, &fl) != 0) _exit(2);
-        if (pwrite(fd, v2.data(), v2.size(), 0) != static_cast<ssize_t>(v2.size())) _exit(3);
-        fl.l_type = F_UNLCK;
-        fcntl(fd, F_SETLK, &fl);
-        _exit(0);
-    }
-    int status = -1;
-    waitpid(pid, &status, 0);
-    ASSERT_EQ(WEXITSTATUS(status), 0);
+        fl.l_type = F_WRLCK, fl.l_whence = SEEK_SET, fl.l_start = 0x7FFFFFFE, fl.l_len = 1;
+        if (fd < 0 || fcntl(fd, F_SETLKW, &fl) != 0) return 2;
+        return pwrite(fd, v2.data(), v2.size(), 0) == static_cast<ssize_t>(v2.size()) ? 0 : 3;
+    })), 0);
     // The next step goes on from the saved place in the new tree.
     int32_t next = 0;
     ASSERT_EQ(DBfpGoNextKey(tag, key, &next), 0);
@@ -165,62 +154,43 @@ TEST_F(CdxShare, TwoWritersLoseNothingAndAReaderNeverSeesATornTree) {
     const std::string f = make("w.cdx", 0);
     const int per = 1200;
     pid_t writers[2];
-    for (int w = 0; w < 2; w++) {
-        writers[w] = fork();
-        if (writers[w] == 0) {
+    for (int w = 0; w < 2; w++)
+        writers[w] = xbt::spawn([&] {
             DBInitialize(20, 4);
             int h = -1, tag = -1;
-            if (DBfpOpenIndex(&h, cs(f.c_str()), DBO_AUTOLOCK) != 0) _exit(2);
-            if (DBfpOpenNamedTag(&tag, h, cs("keys")) != 0) _exit(3);
+            if (DBfpOpenIndex(&h, cs(f.c_str()), DBO_AUTOLOCK) != 0 || DBfpOpenNamedTag(&tag, h, cs("keys")) != 0) return 2;
             DBfpSetDefaultKeyType(tag, 'C');
-            for (int i = 0; i < per; i++) {
-                const int n = i * 2 + w;
-                if (retry(DBfpAddKey, tag, cs(keyOf(n).c_str()), n + 1) != 0) _exit(4);
-            }
-            if (DBfpCloseIndex(h) != 0) _exit(5);
-            _exit(0);
-        }
-    }
-    const pid_t reader = fork();
-    if (reader == 0) {
+            for (int i = 0; i < per; i++)
+                if (retry(DBfpAddKey, tag, cs(keyOf(i * 2 + w).c_str()), i * 2 + w + 1) != 0) return 4;
+            return DBfpCloseIndex(h) != 0 ? 5 : 0;
+        });
+    const pid_t reader = xbt::spawn([&] {
         DBInitialize(20, 4);
         int h = -1, tag = -1;
-        if (DBfpOpenIndex(&h, cs(f.c_str()), DBO_SHARED | DBO_READONLY) != 0) _exit(2);
-        if (DBfpOpenNamedTag(&tag, h, cs("keys")) != 0) _exit(3);
+        if (DBfpOpenIndex(&h, cs(f.c_str()), DBO_SHARED | DBO_READONLY) != 0 || DBfpOpenNamedTag(&tag, h, cs("keys")) != 0) return 2;
         DBfpSetDefaultKeyType(tag, 'C');
         size_t last = 0;
-        const time_t until = time(nullptr) + 120;
-        while (last < 2 * per && time(nullptr) < until) {
+        for (const time_t until = time(nullptr) + 120; last < 2 * per && time(nullptr) < until; usleep(300)) {
             int rc;
             while (refused(rc = DBfpLockIndex(h, 2, nullptr, 0))) usleep(100);
-            if (rc != 0) _exit(4);
+            if (rc != 0) return 4;
             char key[16], prev[16] = "";
             int32_t rec = 0;
             size_t n = 0;
-            for (rc = DBfpGoFirstKey(tag, key, &rec); rc == 0; rc = DBfpGoNextKey(tag, key, &rec)) {
-                if (std::strcmp(prev, key) >= 0 || rec != std::atoi(key + 1) + 1) _exit(5);
+            for (rc = DBfpGoFirstKey(tag, key, &rec); rc == 0; rc = DBfpGoNextKey(tag, key, &rec), n++) {
+                if (std::strcmp(prev, key) >= 0 || rec != std::atoi(key + 1) + 1) return 5;
                 std::strcpy(prev, key);
-                n++;
             }
-            if (rc != DBW_NOMOREKEYS && rc != DBW_EMPTY) _exit(6);
             DBINDEXCHECK chk;
-            if (DBfpCheckTag(tag, &chk, 1) != 0 || static_cast<size_t>(chk.keys) != n) _exit(7);
-            if (DBfpUnLockIndex(h, nullptr, 0) != 0) _exit(8);
-            if (n < last) _exit(9);
-            last = n;
-            // Room for the writers between walks.
-            usleep(300);
+            if ((rc != DBW_NOMOREKEYS && rc != DBW_EMPTY) || DBfpCheckTag(tag, &chk, 1) != 0 || static_cast<size_t>(chk.keys) != n)
+                return 6;
+            if (DBfpUnLockIndex(h, nullptr, 0) != 0 || n < last) return 7;
+            last = n;  // the usleep gives the writers room between walks
         }
-        _exit(last == 2 * per ? 0 : 10);
-    }
-    for (pid_t p : writers) {
-        int status = -1;
-        waitpid(p, &status, 0);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "writer " << WEXITSTATUS(status);
-    }
-    int status = -1;
-    waitpid(reader, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "reader " << WEXITSTATUS(status);
+        return last == 2 * per ? 0 : 10;
+    });
+    for (pid_t p : writers) EXPECT_EQ(xbt::waitFor(p), 0) << "writer";
+    EXPECT_EQ(xbt::waitFor(reader), 0) << "reader";
     int h = -1;
     const int tag = openTag(f, 0, &h);
     std::vector<KeyLine> want;

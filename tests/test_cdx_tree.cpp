@@ -127,59 +127,37 @@ protected:
     }
 };
 
-TEST_F(CdxTree, CompoundFileWithThreeTagsChangingTogether) {
-    const std::string f = path("t.cdx");
-    ASSERT_EQ(DBfpCreateIndex(cs(f.c_str())), 0);
-    int h = -1;
-    ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
-    ASSERT_EQ(DBfpCreateTag(h, cs("names"), 'C', cs("NAME"), 12, nullptr), 0);
-    ASSERT_EQ(DBfpCreateTag(h, cs("amounts"), 'N' | 0x80, cs("AMOUNT"), 8, nullptr), 0);
-    ASSERT_EQ(DBfpCreateTag(h, cs("hired"), 'D', cs("HIRED"), 8, nullptr), 0);
-    ASSERT_EQ(DBfpCloseIndex(h), 0);
-    std::vector<TagRun> runs(3);
-    runs[1].type = 'N';
-    runs[1].unique = true;
-    runs[1].k = 8;
-    runs[2].type = 'D';
-    runs[2].k = 8;
-    churn(f, true, 0, runs, 24000, 2000, 6000, 1);
-}
-
-TEST_F(CdxTree, CompactIdxUniqueAndNotWithLongKeys) {
-    for (int unique : {0, 1}) {
-        const std::string f = path(unique ? "u.idx" : "n.idx");
-        ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400 | (unique ? 0x80 : 0), cs("NAME"), 120, nullptr), 0);
-        std::vector<TagRun> runs(1);
-        runs[0].k = 120;
-        runs[0].unique = unique != 0;
-        churn(f, false, 0, runs, 6000, 1000, 0, 2 + static_cast<uint64_t>(unique));
-    }
-}
-
-TEST_F(CdxTree, NonCompactIdx) {
-    for (char type : {'C', 'N'}) {
-        const std::string f = path(type == 'C' ? "c.idx" : "nn.idx");
-        ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), type, cs("NAME"), 12, nullptr), 0);
-        std::vector<TagRun> runs(1);
-        runs[0].type = type;
-        runs[0].k = type == 'C' ? 12 : 8;
-        churn(f, false, 0, runs, 12000, 2000, 5000, 4);
-    }
-}
-
-TEST_F(CdxTree, SharedWriteThroughAndAutomaticLocks) {
-    for (int mode : {DBO_SHARED | DBO_FLUSH, DBO_AUTOLOCK}) {
-        const std::string f = path(mode == DBO_AUTOLOCK ? "a.cdx" : "s.cdx");
-        ASSERT_EQ(DBfpCreateIndex(cs(f.c_str())), 0);
-        int h = -1;
-        ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
-        ASSERT_EQ(DBfpCreateTag(h, cs("a"), 'C', cs("NAME"), 12, nullptr), 0);
-        ASSERT_EQ(DBfpCreateTag(h, cs("b"), 'D', cs("HIRED"), 8, nullptr), 0);
-        ASSERT_EQ(DBfpCloseIndex(h), 0);
-        std::vector<TagRun> runs(2);
-        runs[1].type = 'D';
-        runs[1].k = 8;
-        churn(f, true, mode, runs, 5000, 1000, 2500, 5);
+// Each file: its tags (type, key length, unique), the open mode, and how
+// long to change it, how often to check it and to close and reopen it.
+TEST_F(CdxTree, RandomChangesMatchTheModel) {
+    struct TagSpec { char type; int k; bool unique; };
+    const struct { const char *file; int compact, mode, ops, every, reopen; std::vector<TagSpec> tags; } files[] = {
+        {"t.cdx", 1, 0, 24000, 2000, 6000, {{'C', 12, false}, {'N', 8, true}, {'D', 8, false}}},
+        {"n.idx", 1, 0, 6000, 1000, 0, {{'C', 120, false}}},  // long keys
+        {"u.idx", 1, 0, 6000, 1000, 0, {{'C', 120, true}}},
+        {"c.idx", 0, 0, 12000, 2000, 5000, {{'C', 12, false}}},
+        {"nn.idx", 0, 0, 12000, 2000, 5000, {{'N', 8, false}}},
+        {"s.cdx", 1, DBO_SHARED | DBO_FLUSH, 5000, 1000, 2500, {{'C', 12, false}, {'D', 8, false}}},
+        {"a.cdx", 1, DBO_AUTOLOCK, 5000, 1000, 2500, {{'C', 12, false}, {'D', 8, false}}}};
+    uint64_t seed = 1;
+    for (const auto &f : files) {
+        SCOPED_TRACE(f.file);
+        const std::string p = path(f.file);
+        const bool compound = p.back() == 'x';
+        std::vector<TagRun> runs(f.tags.size());
+        for (size_t i = 0; i < runs.size(); i++) {
+            const TagSpec &t = f.tags[i];
+            runs[i].type = t.type, runs[i].k = t.k, runs[i].unique = t.unique;
+            const int mode = t.type | (t.unique ? 0x80 : 0);
+            if (!compound) ASSERT_EQ(DBfbCreateIndex(cs(p.c_str()), mode | (f.compact ? 0x400 : 0), cs("NAME"), t.k, nullptr), 0);
+            if (!compound) continue;
+            int h = -1;
+            if (i == 0) ASSERT_EQ(DBfpCreateIndex(cs(p.c_str())), 0);
+            ASSERT_EQ(DBfpOpenIndex(&h, cs(p.c_str()), 0), 0);
+            ASSERT_EQ(DBfpCreateTag(h, cs(("t" + std::to_string(i)).c_str()), mode, cs("NAME"), t.k, nullptr), 0);
+            ASSERT_EQ(DBfpCloseIndex(h), 0);
+        }
+        churn(p, compound, f.mode, runs, f.ops, f.every, f.reopen, seed++);
     }
 }
 

@@ -1,15 +1,12 @@
 // NDX files we write, against the layout drawn in ndx.h, read here by a
 // reader of the test's own: the header of a new file byte by byte; bulk
 // builds over a table (character, numeric and date keys, unique and not)
-// node by node; trees changed by adds and deletes node by node; the sort's
-// spill path; the key conversions.
+// node by node; trees changed by adds and deletes node by node; the key
+// conversions.
 #include "ndx_util.h"
-
-#include "btree.h"
 
 using idx::cs;
 using idx::KeyLine;
-using ndxt::walk;
 
 namespace {
 
@@ -105,10 +102,6 @@ protected:
             ASSERT_EQ(DBPutRecord(t_, &rec, DB_APPEND), 0);
             rows_.push_back({name, ((i * 13) % 1001 - 500) / 4.0, hired});
         }
-    }
-    void TearDown() override {
-        DBsort_budget = static_cast<size_t>(64) << 20;
-        LibTest::TearDown();
     }
     struct Row {
         std::string name;
@@ -207,11 +200,11 @@ TEST_F(NdxBuild, BuildsAgainstTheTableAndTheLayout) {
         ASSERT_EQ(DBd3BuildIndex(t_, cs(f.c_str()), c.type, cs(c.expr), c.len, 2), 0);
         const std::vector<KeyLine> want = expected(c.kind, c.unique);
         Layout lay;
-        EXPECT_TRUE(ndxt::same(lay.read(f), want));
+        EXPECT_TRUE(idx::same(lay.read(f), want));
         EXPECT_GE(lay.minFill, (lay.m + 1) / 2);
         short h = -1;
         ASSERT_EQ(DBd3OpenIndex(&h, cs(f.c_str()), 0), 0);
-        EXPECT_TRUE(ndxt::same(walk(h, lay.k), want));
+        EXPECT_TRUE(idx::same(idx::walk(idx::kNdx, h, lay.k), want));
         DBINDEXCHECK chk;
         EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
         EXPECT_EQ(chk.keys, static_cast<int32_t>(want.size()));
@@ -232,22 +225,6 @@ TEST_F(NdxBuild, BuildsAgainstTheTableAndTheLayout) {
     ASSERT_EQ(DBOpenFile(&eh, cs(e.c_str()), 1), 0);
     ASSERT_EQ(DBd3BuildIndex(eh, cs(path("e.ndx").c_str()), 'C', cs("NAME"), 20, 0), 0);
     EXPECT_EQ(xbt::fileSize(path("e.ndx")), 1024);
-}
-
-// The spill path: a sort budget far below the keys' size writes runs to a
-// temporary file beside the index and merges them into the same file, byte
-// for byte, and leaves no temporary file behind.
-TEST_F(NdxBuild, SpilledSortGivesTheSameFile) {
-    for (int type : {'C', 'N'}) {
-        const char *expr = type == 'C' ? "NAME" : "AMOUNT";
-        const std::string a = path("mem.ndx"), b = path("spill.ndx");
-        ASSERT_EQ(DBd3BuildIndex(t_, cs(a.c_str()), type, cs(expr), 20, 0), 0);
-        DBsort_budget = 4096;
-        ASSERT_EQ(DBd3BuildIndex(t_, cs(b.c_str()), type, cs(expr), 20, 0), 0);
-        DBsort_budget = static_cast<size_t>(64) << 20;
-        EXPECT_EQ(xbt::readFile(a), xbt::readFile(b)) << static_cast<char>(type);
-        EXPECT_FALSE(xbt::fileExists(path("STKS0.TMP")));
-    }
 }
 
 // A built tree changed by adds and deletes, buffered and write-through:
@@ -278,7 +255,7 @@ TEST_F(NdxBuild, ChangedTreesStayByTheLayout) {
         }
         ASSERT_EQ(DBd3CloseIndex(h), 0);
         Layout lay;
-        EXPECT_TRUE(ndxt::same(lay.read(f), model.entries()));
+        EXPECT_TRUE(idx::same(lay.read(f), model.entries()));
     }
 }
 

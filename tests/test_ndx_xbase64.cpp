@@ -9,7 +9,6 @@
 
 using idx::cs;
 using idx::KeyLine;
-using ndxt::walk;
 
 namespace {
 
@@ -136,12 +135,12 @@ TEST_F(NdxXbase64, OpenWalkAndSearchTheirIndexes) {
             return d != 0 ? d < 0 : a.rec < b.rec;
         };
         std::sort(want.begin(), want.end(), byKey);
-        const std::vector<KeyLine> got = walk(h, k), back = walk(h, k, false);
-        EXPECT_TRUE(ndxt::same(back, got));
+        const std::vector<KeyLine> got = idx::walk(idx::kNdx, h, k), back = idx::walk(idx::kNdx, h, k, false);
+        EXPECT_TRUE(idx::same(back, got));
         // Equal keys are xbase64's to order: the same entries, keys in order.
         std::vector<KeyLine> sorted = got;
         std::sort(sorted.begin(), sorted.end(), byKey);
-        EXPECT_TRUE(ndxt::same(sorted, want));
+        EXPECT_TRUE(idx::same(sorted, want));
         for (size_t i = 0; i < got.size() && i < want.size(); i++) ASSERT_EQ(got[i].key, want[i].key) << i;
         DBINDEXCHECK chk;
         EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
@@ -289,7 +288,7 @@ TEST_F(NdxXbase64, ChangedByUs) {
     const std::string f = path("name.ndx");
     ASSERT_TRUE(xbase64(f, "NAME"));
     const short h = open(f);
-    std::vector<KeyLine> start = walk(h, 20);
+    std::vector<KeyLine> start = idx::walk(idx::kNdx, h, 20);
     std::multiset<std::pair<std::string, int32_t>> model;
     for (const KeyLine &l : start) model.insert({l.key, l.rec});
     idx::Rng rng(11);
@@ -306,7 +305,7 @@ TEST_F(NdxXbase64, ChangedByUs) {
     }
     DBINDEXCHECK chk;
     EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
-    const std::vector<KeyLine> got = walk(h, 20);
+    const std::vector<KeyLine> got = idx::walk(idx::kNdx, h, 20);
     std::multiset<std::pair<std::string, int32_t>> have;
     for (const KeyLine &l : got) have.insert({l.key, l.rec});
     EXPECT_EQ(have, model);

@@ -1,6 +1,7 @@
 // index_util.h - what the index suites share: the keys dumps of the fixture
-// indexes, fixture tables made openable, and an ordered model of an index
-// that random adds and deletes are checked against.
+// indexes, fixture tables made openable, an ordered model of an index that
+// random adds and deletes are checked against, and the NTX and NDX families
+// as one table of calls, with walks and checks over it.
 #pragma once
 
 #include "xbtest.h"
@@ -108,6 +109,100 @@ private:
     std::map<std::pair<std::string, int64_t>, int32_t> m_;
     std::map<std::pair<std::string, int32_t>, int64_t> pos_;
 };
+
+// The NTX and NDX families have one call shape (short handles, the same
+// verbs, the same statuses); a test that holds for both takes a Fam.
+struct Info {
+    int keylen, keytype, lockt;
+    DBOPENFLAGS flags;
+    std::string expr;
+};
+using Move = int (*)(int, char *, int32_t *);
+struct Fam {
+    const char *name, *ext;
+    int page;               // bytes of a page (NTX) or node block (NDX)
+    uint32_t (*root)(const std::vector<uint8_t> &);  // the root's file offset, from the header
+    int (*create)(char *, int, char *, int, int);
+    int (*build)(int, char *, int, char *, int, int);
+    int (*open)(short *, char *, int);
+    int (*close)(int);
+    int (*add)(int, char *, int32_t), (*del)(int, char *, int32_t);
+    int (*search)(int, char *, int32_t *, int);
+    Move first, last, next, prev, current;
+    int (*percent)(int, int *, char *, int32_t), (*atPercent)(int, int, char *, int32_t *);
+    int (*lock)(int), (*rlock)(int), (*unlock)(int), (*flush)(int);
+    int (*cache)(int, short *, int);
+    int (*check)(int, DBINDEXCHECK *, int);
+    int (*info)(int, Info *);
+    int (*keyExpr)(int, char *);
+    int (*makeKey)(int, int, char **);
+    int (*doubleToKey)(int, char *, double), (*keyToDouble)(double *, char *);
+    int (*dateToKey)(char *, char *, int), (*keyToDate)(char *, int, char *);
+};
+inline uint32_t le32(const std::vector<uint8_t> &b, size_t at) {
+    return b[at] | b[at + 1] << 8 | b[at + 2] << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
+}
+template <class I>
+int info(int (*get)(int, I *), int h, Info *out) {
+    I i{};
+    const int rc = get(h, out ? &i : nullptr);
+    if (out) *out = {i.keylen, i.keytype, i.lockt, i.flags, i.expr};
+    return rc;
+}
+inline const Fam kNtx = {"NTX", ".ntx", 1024, [](const std::vector<uint8_t> &b) { return le32(b, 4); },
+    DBclCreateIndex, DBclBuildIndex, DBclOpenIndex, DBclCloseIndex, DBclAddKey, DBclDeleteKey, DBclKeySearch,
+    DBclGoFirstKey, DBclGoLastKey, DBclGoNextKey, DBclGoPreviousKey, DBclGetCurrentKey, DBclGetKeyPercent,
+    DBclGetKeyAtPercent, DBclLockIndex, DBclRLockIndex, DBclUnLockIndex, DBclFlushIndex, DBclGetSetCacheSize,
+    DBclCheckIndex, [](int h, Info *i) { return info(DBclGetIndexInfo, h, i); }, DBclGetIndexKeyExpr, DBclMakeKey,
+    DBclDoubleToKey, DBclKeyToDouble, DBclDateToKey, DBclKeyToDate};
+inline const Fam kNdx = {"NDX", ".ndx", 512, [](const std::vector<uint8_t> &b) { return le32(b, 0) * 512; },
+    DBd3CreateIndex, DBd3BuildIndex, DBd3OpenIndex, DBd3CloseIndex, DBd3AddKey, DBd3DeleteKey, DBd3KeySearch,
+    DBd3GoFirstKey, DBd3GoLastKey, DBd3GoNextKey, DBd3GoPreviousKey, DBd3GetCurrentKey, DBd3GetKeyPercent,
+    DBd3GetKeyAtPercent, DBd3LockIndex, DBd3RLockIndex, DBd3UnLockIndex, DBd3FlushIndex, DBd3GetSetCacheSize,
+    DBd3CheckIndex, [](int h, Info *i) { return info(DBd3GetIndexInfo, h, i); }, DBd3GetIndexKeyExpr, DBd3MakeKey,
+    DBd3DoubleToKey, DBd3KeyToDouble, DBd3DateToKey, DBd3KeyToDate};
+inline const Fam *const kFams[] = {&kNtx, &kNdx};
+
+// Every entry (keys of k bytes, which may hold NULs), first to last or last
+// to first, given in index order.
+inline std::vector<KeyLine> walk(const Fam &f, int h, int k, bool forward = true) {
+    std::vector<KeyLine> out;
+    char key[512];
+    int32_t rec = 0;
+    int rc = (forward ? f.first : f.last)(h, key, &rec);
+    for (; rc == 0; rc = (forward ? f.next : f.prev)(h, key, &rec)) out.push_back({rec, std::string(key, static_cast<size_t>(k))});
+    EXPECT_EQ(rc, out.empty() ? DBW_EMPTY : DBW_NOMOREKEYS);
+    if (!forward) std::reverse(out.begin(), out.end());
+    return out;
+}
+inline ::testing::AssertionResult same(const std::vector<KeyLine> &got, const std::vector<KeyLine> &want) {
+    if (got.size() != want.size())
+        return ::testing::AssertionFailure() << got.size() << " entries, expected " << want.size();
+    for (size_t i = 0; i < got.size(); i++)
+        if (got[i].rec != want[i].rec || got[i].key != want[i].key)
+            return ::testing::AssertionFailure() << "entry " << i << ": record " << got[i].rec << " key '" << got[i].key
+                                                 << "', expected " << want[i].rec << " '" << want[i].key << "'";
+    return ::testing::AssertionSuccess();
+}
+// The strict whole-tree check, which must pass.
+inline DBINDEXCHECK check(const Fam &f, int h, const std::string &what) {
+    DBINDEXCHECK c{};
+    EXPECT_EQ(f.check(h, &c, 1), 0) << what << ": " << c.msg;
+    return c;
+}
+// Walk both ways and search for probe; the first failure's status (0 if none).
+inline int use(const Fam &f, int h, const char *probe) {
+    char key[512];
+    int32_t rec = 0;
+    for (bool forward : {true, false}) {
+        int rc = (forward ? f.first : f.last)(h, key, &rec);
+        for (int n = 0; rc == 0 && n < 1000; n++) rc = (forward ? f.next : f.prev)(h, key, &rec);
+        if (rc < 0) return rc;
+    }
+    std::strcpy(key, probe);
+    const int rc = f.search(h, key, &rec, 1);
+    return rc < 0 ? rc : 0;
+}
 
 // A small deterministic generator for the random suites.
 struct Rng {

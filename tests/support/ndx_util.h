@@ -1,6 +1,5 @@
-// ndx_util.h - what the NDX suites share: walks, the model check, numeric
-// and date keys as text for the model, and the second-opinion writer
-// (Debian's xbase64, run as a helper program).
+// ndx_util.h - what the NDX suites add to index_util.h: numeric and date
+// keys as the model and the layout reader see them.
 #pragma once
 
 #include "index_util.h"
@@ -9,42 +8,13 @@
 
 namespace ndxt {
 
-using idx::cs;
-using idx::KeyLine;
-
-// Keys of a numeric index are 8 bytes that may hold NULs: kept as strings
-// of exactly k bytes.
-inline std::string keyOf(const char *key, int k) { return std::string(key, static_cast<size_t>(k)); }
-
-inline std::vector<KeyLine> walk(short h, int k, bool forward = true) {
-    std::vector<KeyLine> out;
-    char key[512];
-    int32_t rec = 0;
-    int rc = forward ? DBd3GoFirstKey(h, key, &rec) : DBd3GoLastKey(h, key, &rec);
-    for (; rc == 0; rc = forward ? DBd3GoNextKey(h, key, &rec) : DBd3GoPreviousKey(h, key, &rec))
-        out.push_back({rec, keyOf(key, k)});
-    EXPECT_TRUE(rc == DBW_NOMOREKEYS || rc == DBW_EMPTY) << rc;
-    if (!forward) std::reverse(out.begin(), out.end());
-    return out;
-}
-
-inline ::testing::AssertionResult same(const std::vector<KeyLine> &got, const std::vector<KeyLine> &want) {
-    if (got.size() != want.size())
-        return ::testing::AssertionFailure() << got.size() << " entries, expected " << want.size();
-    for (size_t i = 0; i < got.size(); i++)
-        if (got[i].rec != want[i].rec || got[i].key != want[i].key)
-            return ::testing::AssertionFailure() << "entry " << i << ": record " << got[i].rec << " key '" << got[i].key
-                                                 << "', expected " << want[i].rec << " '" << want[i].key << "'";
-    return ::testing::AssertionSuccess();
-}
-
+// The stored form of a number: a little-endian IEEE double, and back.
 inline std::string dbl(double v) {
-    char k[9];
-    // The stored form: little-endian IEEE double.
     uint64_t bits = 0;
     std::memcpy(&bits, &v, 8);
-    for (int i = 0; i < 8; i++) k[i] = static_cast<char>(bits >> (8 * i));
-    return std::string(k, 8);
+    std::string k(8, '\0');
+    for (int i = 0; i < 8; i++) k[static_cast<size_t>(i)] = static_cast<char>(bits >> (8 * i));
+    return k;
 }
 inline double val(const std::string &k) {
     uint64_t bits = 0;

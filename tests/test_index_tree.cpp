@@ -1,0 +1,309 @@
+// NTX and NDX trees under change: long runs of random adds and deletes
+// against an ordered model, the whole tree checked every few operations
+// (key order, page fill, interior keys, reachability, the pages held for
+// reuse), unique and not, short and long character keys, numeric NDX keys,
+// buffered and write-through, across close and reopen; the root and the
+// reused pages at the edges; every search mode against the model, and
+// navigation at the ends.
+#include "ndx_util.h"
+
+using idx::cs;
+using idx::Fam;
+using idx::KeyLine;
+
+namespace {
+
+class IndexTree : public xbt::LibTest {};
+
+struct TreeRun {
+    const Fam *f;
+    const char *name;
+    int type, keylen;
+    bool unique;
+    int mode, ops;
+    uint32_t values;  // distinct key values drawn from
+    int digits;       // printed with this many digits, cut to the key length
+    int every, reopen;  // whole-tree check and close/reopen every so many operations
+};
+
+// Long keys make two keys an NTX page and four an NDX node, so splits,
+// rotations, merges and root changes come within a few hundred operations;
+// short keys make wide pages and long runs of duplicates across them.
+TEST_F(IndexTree, RandomAddsAndDeletesMatchTheModel) {
+    const Fam *X = &idx::kNtx, *D = &idx::kNdx;
+    const TreeRun runs[] = {
+        {X, "k200 non-unique", 'C', 200, false, 0, 3000, 300, 7, 25, 1000},
+        {X, "k200 unique", 'C', 200, true, 0, 3000, 400, 7, 25, 1000},
+        {X, "k200 write-through", 'C', 200, false, DBO_FLUSH, 1500, 200, 7, 25, 1000},
+        {X, "k6 duplicates", 'C', 6, false, 0, 20000, 40, 7, 500, 1000},
+        {X, "k6 unique", 'C', 6, true, 0, 20000, 5000, 7, 500, 1000},
+        {X, "k40 write-through unique", 'C', 40, true, DBO_FLUSH, 6000, 3000, 7, 500, 1000},
+        {D, "k100 non-unique", 'C', 100, false, 0, 3000, 300, 4, 20, 2500},
+        {D, "k100 unique write-through", 'C', 100, true, DBO_FLUSH, 2000, 400, 4, 20, 2500},
+        {D, "k4 duplicates", 'C', 4, false, 0, 30000, 40, 4, 600, 2500},
+        {D, "k4 unique", 'C', 4, true, 0, 20000, 5000, 4, 600, 2500},
+        {D, "numeric duplicates", 'N', 8, false, 0, 20000, 300, 0, 600, 2500},
+        {D, "numeric unique write-through", 'N', 8, true, DBO_FLUSH, 6000, 4000, 0, 300, 2500},
+    };
+    for (const TreeRun &r : runs) {
+        const Fam &f = *r.f;
+        SCOPED_TRACE(std::string(f.name) + " " + r.name);
+        const std::string p = path(std::string("tree") + f.ext);
+        ASSERT_EQ(f.create(cs(p.c_str()), r.type | (r.unique ? 0x80 : 0), cs("K"), r.keylen, 0), 0);
+        short h = -1;
+        ASSERT_EQ(f.open(&h, cs(p.c_str()), r.mode), 0);
+        const bool num = r.type == 'N';
+        const int k = num ? 8 : r.keylen;
+        idx::Model model(r.unique);
+        idx::Rng rng(static_cast<uint64_t>(r.keylen) * 31 + static_cast<uint64_t>(r.ops) + (num ? 7 : 0));
+        int32_t nextRec = 1;
+        // Numbers live in the model in a byte-orderable form.
+        auto stored = [&](const std::string &m) { return num ? ndxt::dbl(ndxt::unordered(m)) : m; };
+        for (int op = 0; op < r.ops; op++) {
+            // Grow for the first half, shrink towards empty in the second.
+            const bool grow = op < r.ops / 2 ? rng.below(10) < 7 : rng.below(10) < 3;
+            if (grow || model.empty()) {
+                std::string key;
+                if (num) {
+                    key = ndxt::ordered((static_cast<double>(rng.below(r.values)) - r.values / 2.0) * 0.25);
+                } else {
+                    char v[16];
+                    std::snprintf(v, sizeof v, "%0*u", r.digits, rng.below(r.values));
+                    key = v;
+                    key.resize(static_cast<size_t>(r.keylen), '.');
+                }
+                const int32_t rec = rng.below(4) == 0 && !model.empty() ? model.pick(rng.next()).rec : nextRec++;
+                const bool fresh = model.add(key, rec);
+                ASSERT_EQ(f.add(h, cs(stored(key).c_str()), rec), fresh ? 0 : DBW_EXISTS) << "op " << op;
+            } else {
+                const KeyLine e = model.pick(rng.next());
+                const std::string s = stored(e.key);
+                ASSERT_EQ(f.del(h, cs(s.c_str()), e.rec), 0) << "op " << op;
+                model.del(e.key, e.rec);
+                if (op % 97 == 0)
+                    EXPECT_EQ(f.del(h, cs(s.c_str()), e.rec), model.empty() ? DBW_EMPTY : DBW_KEYNOTFOUND) << "op " << op;
+            }
+            if (op % r.every == 0) idx::check(f, h, "op " + std::to_string(op));
+            if (op % r.reopen == r.reopen - 1) {
+                ASSERT_EQ(f.close(h), 0);
+                ASSERT_EQ(f.open(&h, cs(p.c_str()), r.mode), 0);
+            }
+        }
+        idx::check(f, h, "end");
+        std::vector<KeyLine> want = model.entries();
+        for (KeyLine &l : want) l.key = stored(l.key);
+        EXPECT_TRUE(idx::same(idx::walk(f, h, k), want));
+        EXPECT_TRUE(idx::same(idx::walk(f, h, k, false), want));
+        ASSERT_EQ(f.close(h), 0);
+        ASSERT_EQ(f.open(&h, cs(p.c_str()), DBO_READONLY), 0);
+        EXPECT_TRUE(idx::same(idx::walk(f, h, k), want)) << "reopened";
+        // Every entry is found by key and record, and the first of each key
+        // by key alone.
+        for (size_t i = 0; i < want.size(); i += 1 + want.size() / 300) {
+            char key[512];
+            std::memcpy(key, want[i].key.data(), static_cast<size_t>(k));
+            key[k] = '\0';
+            int32_t rec = want[i].rec;
+            ASSERT_EQ(f.search(h, key, &rec, 2), 0) << i;
+            EXPECT_EQ(rec, want[i].rec);
+            size_t first = i;
+            while (first > 0 && want[first - 1].key == want[i].key) first--;
+            std::memcpy(key, want[i].key.data(), static_cast<size_t>(k));
+            ASSERT_EQ(f.search(h, key, &rec, 1), 0) << i;
+            EXPECT_EQ(rec, want[first].rec) << i;
+        }
+        ASSERT_EQ(f.close(h), 0);
+    }
+}
+
+// The tree at its edges, written through: the first keys go into the root
+// leaf; the root that splits gives a new root named in the header; pages of
+// emptied nodes are reused before the file grows; deleting everything
+// leaves one empty root leaf and every other page free.
+TEST_F(IndexTree, RootAndReusedPagesAtTheEdges) {
+    const struct { const Fam *f; int keylen, fill, total, deleted; } cases[] = {
+        {&idx::kNtx, 200, 2, 40, 36}, {&idx::kNdx, 100, 4, 60, 50}};  // fill: keys a page holds
+    for (const auto &c : cases) {
+        const Fam &f = *c.f;
+        SCOPED_TRACE(f.name);
+        const std::string p = path(std::string("edge") + f.ext);
+        ASSERT_EQ(f.create(cs(p.c_str()), 'C', cs("K"), c.keylen, 0), 0);
+        short h = -1;
+        ASSERT_EQ(f.open(&h, cs(p.c_str()), DBO_FLUSH), 0);
+        auto root = [&] { return static_cast<long>(f.root(xbt::readFile(p))); };
+        auto key = [&](int i) {
+            std::string k = std::to_string(1000 + i);
+            k.resize(static_cast<size_t>(c.keylen), ' ');
+            return k;
+        };
+        char buf[512];
+        int32_t rec = 0;
+        EXPECT_EQ(f.first(h, buf, &rec), DBW_EMPTY);
+        EXPECT_EQ(f.del(h, cs(key(0).c_str()), 1), DBW_EMPTY);
+        for (int i = 0; i < c.fill; i++) ASSERT_EQ(f.add(h, cs(key(i).c_str()), i + 1), 0);
+        EXPECT_EQ(root(), f.page);
+        ASSERT_EQ(f.add(h, cs(key(c.fill).c_str()), c.fill + 1), 0);
+        // Split: the lower half goes to page 2, the new root to page 3.
+        EXPECT_EQ(root(), 3 * f.page);
+        EXPECT_EQ(xbt::fileSize(p), 4 * f.page);
+        for (int i = c.fill + 1; i < c.total; i++) ASSERT_EQ(f.add(h, cs(key(i).c_str()), i + 1), 0);
+        DBINDEXCHECK chk = idx::check(f, h, "grown");
+        EXPECT_EQ(chk.keys, c.total);
+        EXPECT_GE(chk.height, 3);
+        const long grown = xbt::fileSize(p);
+        for (int i = 0; i < c.deleted; i++) ASSERT_EQ(f.del(h, cs(key(i).c_str()), i + 1), 0);
+        chk = idx::check(f, h, "shrunk");
+        EXPECT_EQ(chk.keys, c.total - c.deleted);
+        EXPECT_GT(chk.free, 5);
+        // Growing again takes the emptied pages first.
+        for (int i = 0; i < 30; i++) ASSERT_EQ(f.add(h, cs(key(i).c_str()), i + 1), 0);
+        EXPECT_EQ(xbt::fileSize(p), grown);
+        idx::check(f, h, "regrown");
+        for (int i = 0; i < c.total; i++)
+            if (i < 30 || i >= c.deleted) ASSERT_EQ(f.del(h, cs(key(i).c_str()), i + 1), 0) << i;
+        EXPECT_EQ(f.first(h, buf, &rec), DBW_EMPTY);
+        chk = idx::check(f, h, "emptied");
+        EXPECT_EQ(chk.pages * 1000 + chk.keys, 1000);
+        EXPECT_EQ((chk.free + 2) * f.page, xbt::fileSize(p));
+        // An emptied NDX root is a node of zeros, wherever it now is.
+        const std::vector<uint8_t> b = xbt::readFile(p);
+        if (c.f == &idx::kNdx) EXPECT_EQ(std::vector<uint8_t>(b.begin() + root(), b.begin() + root() + 512), std::vector<uint8_t>(512, 0));
+        ASSERT_EQ(f.close(h), 0);
+    }
+}
+
+// Search modes against the model on a non-unique tree with runs of equal
+// keys across leaves; navigation edges; keys longer than the key length;
+// percentages; the cache size calls, buffered and write-through.
+TEST_F(IndexTree, SearchModesAndNavigation) {
+    for (const Fam *fp : idx::kFams) {
+        const Fam &f = *fp;
+        SCOPED_TRACE(f.name);
+        const std::string p = path(std::string("nav") + f.ext);
+        ASSERT_EQ(f.create(cs(p.c_str()), 'C', cs("K"), 4, 0), 0);
+        short h = -1;
+        ASSERT_EQ(f.open(&h, cs(p.c_str()), 0), 0);
+        char key[32];
+        int32_t rec = 0;
+        EXPECT_EQ(f.current(h, key, &rec), DBW_KEYNOTFOUND);
+        std::vector<KeyLine> want;
+        for (int i = 0; i < 600; i++) {
+            char k[8];
+            std::snprintf(k, sizeof k, "%04d", (i % 50) * 2);
+            ASSERT_EQ(f.add(h, k, i + 1), 0);
+            want.push_back({i + 1, k});
+        }
+        std::stable_sort(want.begin(), want.end(), [](const KeyLine &a, const KeyLine &b) { return a.key < b.key; });
+        EXPECT_TRUE(idx::same(idx::walk(f, h, 4), want));
+        idx::check(f, h, "built by adds");
+        // No place yet: next starts at the first key.
+        ASSERT_EQ(f.next(h, key, &rec), 0);
+        EXPECT_EQ(rec, 1);
+        // For each probe: the first key not below it, and what each mode gives.
+        for (int v = -1; v <= 100; v++) {
+            char probe[8];
+            std::snprintf(probe, sizeof probe, "%04d", v < 0 ? 0 : v);
+            if (v < 0) std::strcpy(probe, "!!!!");
+            size_t lo = 0;
+            while (lo < want.size() && want[lo].key < probe) lo++;
+            size_t hi = lo;
+            while (hi < want.size() && want[hi].key == probe) hi++;
+            const bool found = hi > lo;
+            const long at = found ? long(lo) : lo == 0 ? 0 : long(lo) - 1;
+            struct Mode { int mode, rc; long at; } modes[] = {
+                {1, found ? 0 : lo == 0 ? DBW_NOMOREKEYS : DBW_KEYNOTFOUND, at},
+                {13, found ? 0 : DBW_KEYNOTFOUND, at},
+                {12, lo == 0 && !found ? DBW_KEYNOTFOUND : 0, at},
+                {11, lo == 0 ? DBW_KEYNOTFOUND : 0, lo == 0 ? 0 : long(lo) - 1},
+                {14, lo == want.size() ? DBW_KEYNOTFOUND : 0, lo == want.size() ? long(lo) - 1 : long(lo)},
+                {15, hi == want.size() ? DBW_KEYNOTFOUND : 0, hi == want.size() ? long(hi) - 1 : long(hi)},
+            };
+            for (const Mode &m : modes) {
+                std::strcpy(key, probe);
+                rec = 0;
+                ASSERT_EQ(f.search(h, key, &rec, m.mode), m.rc) << probe << " mode " << m.mode;
+                EXPECT_EQ(rec, want[static_cast<size_t>(m.at)].rec) << probe << " mode " << m.mode;
+                EXPECT_EQ(std::string(key), want[static_cast<size_t>(m.at)].key) << probe << " mode " << m.mode;
+            }
+        }
+        // A prefix finds the first key that begins with it.
+        std::strcpy(key, "003");
+        ASSERT_EQ(f.search(h, key, &rec, 1), 0);
+        EXPECT_STREQ(key, "0030");
+        EXPECT_EQ(rec, 16);
+        // Mode 2 among 12 equal keys: each record, and one that is not there
+        // (left on the last entry of that key).
+        for (int32_t r : {8, 58, 558}) {
+            std::strcpy(key, "0014");
+            rec = r;
+            ASSERT_EQ(f.search(h, key, &rec, 2), 0) << r;
+            EXPECT_EQ(rec, r);
+        }
+        std::strcpy(key, "0014");
+        rec = 9;
+        EXPECT_EQ(f.search(h, key, &rec, 2), DBW_KEYNOTFOUND);
+        EXPECT_EQ(rec, 558);
+        ASSERT_EQ(f.next(h, key, &rec), 0);
+        EXPECT_STREQ(key, "0016");
+        // Ends: a step off either end stays on the last entry.
+        ASSERT_EQ(f.last(h, key, &rec), 0);
+        EXPECT_EQ(f.next(h, key, &rec), DBW_NOMOREKEYS);
+        EXPECT_EQ(rec, 600);
+        ASSERT_EQ(f.current(h, key, &rec), 0);
+        EXPECT_EQ(rec, 600);
+        ASSERT_EQ(f.first(h, key, &rec), 0);
+        EXPECT_EQ(f.prev(h, key, &rec), DBW_NOMOREKEYS);
+        EXPECT_EQ(rec, 1);
+        // Keys longer than the key length are cut to it, in adds, searches
+        // and deletes.
+        ASSERT_EQ(f.add(h, cs("0101-and-more"), 601), 0);
+        char longer[] = "0101-something-else";
+        ASSERT_EQ(f.search(h, longer, &rec, 1), 0);
+        EXPECT_STREQ(longer, "0101");
+        EXPECT_EQ(rec, 601);
+        ASSERT_EQ(f.del(h, cs("0101xyz"), 601), 0);
+        // Percentages: the first key at 0, the last at 100, higher ones never
+        // reaching earlier keys.
+        int pc = -1;
+        ASSERT_EQ(f.percent(h, &pc, cs("0000"), 1), 0);
+        EXPECT_EQ(pc, 0);
+        long prev = -1;
+        for (int q = 0; q <= 100; q += 5) {
+            ASSERT_EQ(f.atPercent(h, q, key, &rec), 0);
+            long at = 0;
+            while (want[static_cast<size_t>(at)].rec != rec) at++;
+            EXPECT_GE(at, prev) << q;
+            EXPECT_NEAR(static_cast<double>(at) / 6.0, q, 12.0) << q;
+            if (q == 100) EXPECT_EQ(rec, 600);
+            prev = at;
+        }
+        // The cache: 100 pages, at least 3, other operations refused; a
+        // small one serves the same tree. Write-through keeps 3.
+        short size = 0;
+        ASSERT_EQ(f.cache(h, &size, 1), 0);
+        EXPECT_EQ(size, 100);
+        size = 2;
+        EXPECT_EQ(f.cache(h, &size, 0), DBE_BADCOMMAND);
+        size = 3;
+        ASSERT_EQ(f.cache(h, &size, 0), 0);
+        EXPECT_EQ(f.cache(h, &size, 9), DBE_BADCOMMAND);
+        EXPECT_TRUE(idx::same(idx::walk(f, h, 4, false), want));
+        size = 150;
+        ASSERT_EQ(f.cache(h, &size, 0) | f.cache(h, &(size = 0), 1), 0);
+        EXPECT_EQ(size, 150);
+        EXPECT_EQ(f.flush(h), 0);
+        ASSERT_EQ(f.close(h), 0);
+        ASSERT_EQ(f.open(&h, cs(p.c_str()), DBO_FLUSH), 0);
+        EXPECT_EQ(f.flush(h), DBW_UNBUFFERED);
+        size = 50;
+        ASSERT_EQ(f.cache(h, &size, 0) | f.cache(h, &(size = 0), 1), 0);
+        EXPECT_EQ(size, 3);
+        idx::Info info;
+        ASSERT_EQ(f.info(h, &info), 0);
+        EXPECT_EQ(info.flags.isunbuffered, 1);
+        EXPECT_EQ(info.expr, "K");
+        ASSERT_EQ(f.close(h), 0);
+    }
+}
+
+}  // namespace
