@@ -37,20 +37,4 @@ int _DBclWriteRoot() {
     return 0;
 }
 
-int _DBclRefresh() {
-    DBNTXPKT *x = DBcli;
-    if (!x->ph.m.read_header_information) return 0;
-    if (_DBclGetIndexHeader() != 0) {
-        const int rc = DBerrno;
-        _DBclClearPageBuffer();
-        return _DBStatus(rc);
-    }
-    return 0;
-}
-
-extern "C" DBAPI int DBclGetIndexHeader(int handle) {
-    if (_DBclLockIndexStruc(handle) != 0) return DBerrno;
-    if (!DBcli->ph.m.shared) return _DBStatus(0);
-    if (_DBclGetIndexHeader() != 0) return DBerrno;
-    return _DBStatus(0);
-}
+extern "C" DBAPI int DBclGetIndexHeader(int handle) { return _DBClipHeaderCall<DBNTXFAM>(handle); }

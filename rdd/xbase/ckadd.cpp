@@ -65,32 +65,6 @@ void _split(DBNTXWORK &high, DBNTXWORK &low, const DBNTXHDR &h, int p, int32_t l
 }
 }  // namespace
 
-int DBNTXAUTOLOCK::take() {
-    DBNTXPKT *x = DBcli;
-    if (!x->ph.m.auto_locks || x->ph.ls) return 0;
-    if (_DBclLockIndex() != 0) return DBerrno;
-    x_ = x;
-    return 0;
-}
-
-DBNTXAUTOLOCK::~DBNTXAUTOLOCK() {
-    if (!x_) return;
-    const int rc = DBerrno;
-    DBNTXPKT *saved = DBcli;
-    DBcli = x_;
-    _DBclUnLockIndex();
-    DBcli = saved;
-    DBerrno = rc;
-}
-
-int _DBclChanged(int rc) {
-    DBNTXPKT *x = DBcli;
-    x->tl = -1;
-    x->ck.r = 0;
-    _DBclClearPageBuffer();
-    return _DBStatus(rc);
-}
-
 int _DBclNewPage(int32_t *page) {
     DBNTXPKT *x = DBcli;
     if (x->h.ff != 0) {

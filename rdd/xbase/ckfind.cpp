@@ -149,22 +149,6 @@ int _DBclKeySearch(char *key, int32_t *recno, int mode) {
     }
 }
 
-int _DBclSettle(int rc, const char *key, int32_t recno) {
-    DBNTXPKT *x = DBcli;
-    if (x->ph.m.shared && x->ph.m.always_flush && x->ck.k) {
-        // The cached pages are about to go: keep the place by its key.
-        if (rc >= 0 && x->tl >= 0 && key) {
-            std::memcpy(x->ck.k, key, x->h.k);
-            x->ck.k[x->h.k] = '\0';
-            x->ck.r = recno;
-        } else if (rc != DBW_NOMOREKEYS) {
-            x->ck.r = 0;
-        }
-    }
-    _DBclClearPageBuffer();
-    return _DBStatus(rc);
-}
-
 extern "C" DBAPI int DBclKeySearch(int handle, char *key, int32_t *recno, int mode) {
     if (_DBclLockIndexStruc(handle) != 0) return DBerrno;
     if (!key || !recno) return here.fail(DBE_NULLPARAM, __LINE__);

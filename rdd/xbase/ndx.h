@@ -56,7 +56,7 @@
 // 1,000,000,000 (exclusive), the read lock at 2,147,483,647 (shared).
 #pragma once
 
-#include "btree.h"
+#include "btclip.h"
 #include "dbf.h"
 
 constexpr int DBNDXBLOCK = 512;
@@ -156,8 +156,6 @@ int _DBd3ReadPage(int32_t page, char **pg);
 // Put a whole node (a working copy) back through the cache, and write it as
 // the open mode wants: later, now, or now and forgotten.
 int _DBd3StorePage(int32_t page, const char *data);
-int _DBd3FlushIndex();
-void _DBd3ClearPageBuffer();
 // Reread root, block count and file length; cached pages are forgotten
 // unless they hold changes of ours (the header has no change counter, so
 // any of them may be stale).
@@ -165,12 +163,6 @@ int _DBd3GetIndexHeader();
 // Write root and block count (8 bytes at 0) now, for write-through changes,
 // or mark them for the next flush.
 int _DBd3HeaderChanged();
-int _DBd3LockIndex();
-int _DBd3RLockIndex();
-int _DBd3UnLockIndex();
-// A public positioning call's prologue and epilogue (as NTX's).
-int _DBd3Refresh();
-int _DBd3Settle(int rc, const char *key, int32_t recno);
 
 // The tree as the toolkit's path moves see it: a B+-tree whose interior
 // nodes have n + 1 children.
@@ -195,11 +187,6 @@ int _DBd3CurrentEntry(char *key, int32_t *recno);
 int _DBd3Find(const char *sk, size_t len, int mode, int32_t target, char *key, int32_t *recno);
 // The search of the public modes' base: prefix length from the key given.
 int _DBd3KeySearch(char *key, int32_t *recno, int mode);
-int _DBd3GoEnd(char *key, int32_t *recno, bool last);
-int _DBd3Step(char *key, int32_t *recno, bool forward);
-int _DBd3Move(int handle, char *key, int32_t *recno, int (*move)(char *, int32_t *));
-int _DBd3Reposition();
-int _DBd3GetCurrentKey(char *key, int32_t *recno);
 // The key of table's current record in key form (k bytes and a NUL).
 int _DBd3MakeKeyInto(int32_t table, char *key);
 // A block for a new node: one emptied earlier, else the end of the file.
@@ -221,17 +208,37 @@ struct DBNDXWORK {
 int _DBd3Load(DBNDXWORK &w, int32_t page);
 int _DBd3Save(DBNDXWORK &w);
 
-class DBNDXAUTOLOCK {
-public:
-    DBNDXAUTOLOCK() = default;
-    DBNDXAUTOLOCK(const DBNDXAUTOLOCK &) = delete;
-    DBNDXAUTOLOCK &operator=(const DBNDXAUTOLOCK &) = delete;
-    ~DBNDXAUTOLOCK();
-    int take();
-
-private:
-    DBNDXPKT *x_ = nullptr;
-};
-int _DBd3Changed(int rc);
 
 int _DBd3Check(DBTREECHECK &r, bool strict);
+
+// The family as the shared code of btclip.h sees it.
+struct DBNDXFAM {
+    using Pkt = DBNDXPKT;
+    using Tree = DBNDXTREE;
+    static constexpr int32_t kWriteLock = DBNDX_WLOCK;
+    static constexpr int32_t kReadLock = DBNDX_RLOCK;
+    static constexpr char kLocked = DBNDX_LOCKED;
+    static constexpr bool kNoPlaceNotFound = false;
+    static Pkt *&pkt() { return DBd3i; }
+    static int resolve(int handle) { return _DBd3LockIndexStruc(handle); }
+    static int readHeader() { return _DBd3GetIndexHeader(); }
+    static int writeHeader();
+    static DBPAGEFILE pages() { return _DBd3PageFile(); }
+    static int32_t root() { return _DBd3Offset(static_cast<uint32_t>(DBd3i->h.r)); }
+    static int current(char *key, int32_t *recno) { return _DBd3CurrentEntry(key, recno); }
+    static int search(char *key, int32_t *recno, int mode) { return _DBd3KeySearch(key, recno, mode); }
+    static int refind(char *key, int32_t *recno) { return _DBd3Find(key, DBd3i->h.k, 2, *recno, key, recno); }
+    // Numeric and date keys are 8 binary bytes, NULs included.
+    static size_t keyBytes(const char *key) { return DBd3i->h.type == 1 ? 8 : strnlen(key, DBd3i->h.k); }
+};
+using DBNDXAUTOLOCK = DBClipAutoLock<DBNDXFAM>;
+
+// The names the family's files call; the code is btclip.h's.
+inline int _DBd3LockIndex() { return _DBClipLock<DBNDXFAM>(0); }
+inline int _DBd3UnLockIndex() { return _DBClipUnlock<DBNDXFAM>(); }
+// Dirty nodes, then root and block count.
+inline int _DBd3FlushIndex() { return _DBClipFlush<DBNDXFAM>(); }
+inline void _DBd3ClearPageBuffer() { _DBClipForget<DBNDXFAM>(); }
+inline int _DBd3Refresh() { return _DBClipRefresh<DBNDXFAM>(); }
+inline int _DBd3Settle(int rc, const char *key, int32_t recno) { return _DBClipSettle<DBNDXFAM>(rc, key, recno); }
+inline int _DBd3Changed(int rc) { return _DBClipChanged<DBNDXFAM>(rc); }

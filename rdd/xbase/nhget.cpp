@@ -42,20 +42,4 @@ int _DBd3HeaderChanged() {
     return 0;
 }
 
-int _DBd3Refresh() {
-    DBNDXPKT *x = DBd3i;
-    if (!x->ph.m.read_header_information) return 0;
-    if (_DBd3GetIndexHeader() != 0) {
-        const int rc = DBerrno;
-        _DBd3ClearPageBuffer();
-        return _DBStatus(rc);
-    }
-    return 0;
-}
-
-extern "C" DBAPI int DBd3GetIndexHeader(int handle) {
-    if (_DBd3LockIndexStruc(handle) != 0) return DBerrno;
-    if (!DBd3i->ph.m.shared) return _DBStatus(0);
-    if (_DBd3GetIndexHeader() != 0) return DBerrno;
-    return _DBStatus(0);
-}
+extern "C" DBAPI int DBd3GetIndexHeader(int handle) { return _DBClipHeaderCall<DBNDXFAM>(handle); }

@@ -120,32 +120,6 @@ int _insert(const char *ikey, int32_t recno) {
 }
 }  // namespace
 
-int DBNDXAUTOLOCK::take() {
-    DBNDXPKT *x = DBd3i;
-    if (!x->ph.m.auto_locks || x->ph.ls) return 0;
-    if (_DBd3LockIndex() != 0) return DBerrno;
-    x_ = x;
-    return 0;
-}
-
-DBNDXAUTOLOCK::~DBNDXAUTOLOCK() {
-    if (!x_) return;
-    const int rc = DBerrno;
-    DBNDXPKT *saved = DBd3i;
-    DBd3i = x_;
-    _DBd3UnLockIndex();
-    DBd3i = saved;
-    DBerrno = rc;
-}
-
-int _DBd3Changed(int rc) {
-    DBNDXPKT *x = DBd3i;
-    x->tl = -1;
-    x->ck.r = 0;
-    _DBd3ClearPageBuffer();
-    return _DBStatus(rc);
-}
-
 int _DBd3NewBlock(int32_t *page) {
     DBNDXPKT *x = DBd3i;
     if (x->fln > 0) {

@@ -130,23 +130,6 @@ int _DBd3KeySearch(char *key, int32_t *recno, int mode) {
     return _DBd3Find(sk, len, mode, *recno, key, recno);
 }
 
-int _DBd3Settle(int rc, const char *key, int32_t recno) {
-    DBNDXPKT *x = DBd3i;
-    if (x->ck.k) {
-        // A shared index may forget its pages before the next call: keep
-        // the place by its key.
-        if (rc >= 0 && x->tl >= 0 && key) {
-            std::memcpy(x->ck.k, key, x->h.k);
-            x->ck.k[x->h.k] = '\0';
-            x->ck.r = recno;
-        } else if (rc != DBW_NOMOREKEYS) {
-            x->ck.r = 0;
-        }
-    }
-    _DBd3ClearPageBuffer();
-    return _DBStatus(rc);
-}
-
 extern "C" DBAPI int DBd3KeySearch(int handle, char *key, int32_t *recno, int mode) {
     if (_DBd3LockIndexStruc(handle) != 0) return DBerrno;
     if (!key || !recno) return here.fail(DBE_NULLPARAM, __LINE__);

@@ -48,7 +48,7 @@
 // read lock at 2,147,483,647 (shared), the bytes Clipper and Harbour use.
 #pragma once
 
-#include "btree.h"
+#include "btclip.h"
 #include "dbf.h"
 
 constexpr int DBNTXPAGE = 1024;
@@ -137,17 +137,10 @@ int _DBclWritePage(int32_t page);
 // Put a whole page (a working copy) back through the cache, then as
 // _DBclWritePage.
 int _DBclStorePage(int32_t page, const char *data);
-// Write dirty pages and the header's version, root and free list.
-int _DBclFlushIndex();
-// Forget the cached pages of a shared write-through index.
-void _DBclClearPageBuffer();
 // Reread version, root, free list and the file length.
 int _DBclGetIndexHeader();
 // Write version and root (6 bytes at 2), for write-through changes.
 int _DBclWriteRoot();
-int _DBclLockIndex();
-int _DBclRLockIndex();
-int _DBclUnLockIndex();
 
 // The tree as the toolkit's path moves see it.
 struct DBNTXTREE {
@@ -169,23 +162,6 @@ int64_t _DBclWalkLimit();
 int _DBclCurrentEntry(char *key, int32_t *recno);
 // The search of every mode; mode 2 matches the record number too.
 int _DBclKeySearch(char *key, int32_t *recno, int mode);
-int _DBclGoFirstKey(char *key, int32_t *recno);
-int _DBclGoLastKey(char *key, int32_t *recno);
-int _DBclGoNextKey(char *key, int32_t *recno);
-int _DBclGoPreviousKey(char *key, int32_t *recno);
-int _DBclGetCurrentKey(char *key, int32_t *recno);
-// Shared pieces of the moves: first or last entry; one step; the public
-// call's shape; a shared write-through index finding its saved place.
-int _DBclGoEnd(char *key, int32_t *recno, bool last);
-int _DBclStep(char *key, int32_t *recno, bool forward);
-int _DBclMove(int handle, char *key, int32_t *recno, int (*move)(char *, int32_t *));
-int _DBclReposition();
-// A public positioning call's prologue: reread the header when asked to
-// (emptying the cache on failure).
-int _DBclRefresh();
-// ... and its epilogue: keep the position of a shared write-through index in
-// ck, then forget the cached pages.
-int _DBclSettle(int rc, const char *key, int32_t recno);
 // The key of table's current record, in key form, into key (k + 1 bytes).
 int _DBclMakeKeyInto(int32_t table, char *key);
 // Take the spare pages of a failed or finished change: a new page from the
@@ -215,23 +191,37 @@ void _DBclSetItem(char *pg, int i, int32_t child, int32_t recno, const char *key
 inline void _DBclSetChild(char *pg, int i, int32_t child) { _DBStoreLE32(_DBclItem(pg, i), static_cast<uint32_t>(child)); }
 // Remove position p: its slot becomes the spare at position m.
 void _DBclRemoveAt(char *pg, int p, int m);
-// Takes the index write lock for one change when the index locks itself
-// (auto_locks) and does not hold it yet; gives it back when the change is
-// over, whatever the outcome.
-class DBNTXAUTOLOCK {
-public:
-    DBNTXAUTOLOCK() = default;
-    DBNTXAUTOLOCK(const DBNTXAUTOLOCK &) = delete;
-    DBNTXAUTOLOCK &operator=(const DBNTXAUTOLOCK &) = delete;
-    ~DBNTXAUTOLOCK();
-    int take();
-
-private:
-    DBNTXPKT *x_ = nullptr;
-};
-// The end of every add and delete: no current key, the cache of a shared
-// write-through index emptied.
-int _DBclChanged(int rc);
 
 // Check the whole tree of DBcli: structure, free list, order.
 int _DBclCheck(DBTREECHECK &r, bool strict);
+
+// The family as the shared code of btclip.h sees it.
+struct DBNTXFAM {
+    using Pkt = DBNTXPKT;
+    using Tree = DBNTXTREE;
+    static constexpr int32_t kWriteLock = DBNTX_WLOCK;
+    static constexpr int32_t kReadLock = DBNTX_RLOCK;
+    static constexpr char kLocked = DBNTX_LOCKED;
+    static constexpr bool kNoPlaceNotFound = true;
+    static Pkt *&pkt() { return DBcli; }
+    static int resolve(int handle) { return _DBclLockIndexStruc(handle); }
+    static int readHeader() { return _DBclGetIndexHeader(); }
+    static int writeHeader();
+    static DBPAGEFILE pages() { return _DBclPageFile(); }
+    static int32_t root() { return DBcli->h.r; }
+    static int current(char *key, int32_t *recno) { return _DBclCurrentEntry(key, recno); }
+    static int search(char *key, int32_t *recno, int mode) { return _DBclKeySearch(key, recno, mode); }
+    static int refind(char *key, int32_t *recno) { return _DBclKeySearch(key, recno, 2); }
+    static size_t keyBytes(const char *key) { return strnlen(key, DBcli->h.k); }
+};
+using DBNTXAUTOLOCK = DBClipAutoLock<DBNTXFAM>;
+
+// The names the family's files call; the code is btclip.h's.
+inline int _DBclLockIndex() { return _DBClipLock<DBNTXFAM>(0); }
+inline int _DBclUnLockIndex() { return _DBClipUnlock<DBNTXFAM>(); }
+// Dirty pages, then the header's version, root and free list.
+inline int _DBclFlushIndex() { return _DBClipFlush<DBNTXFAM>(); }
+inline void _DBclClearPageBuffer() { _DBClipForget<DBNTXFAM>(); }
+inline int _DBclRefresh() { return _DBClipRefresh<DBNTXFAM>(); }
+inline int _DBclSettle(int rc, const char *key, int32_t recno) { return _DBClipSettle<DBNTXFAM>(rc, key, recno); }
+inline int _DBclChanged(int rc) { return _DBClipChanged<DBNTXFAM>(rc); }
