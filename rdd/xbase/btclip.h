@@ -362,3 +362,89 @@ int _DBClipKeyAtPercent(int handle, int percent, char *key, int32_t *recno) {
     else if (rc == 0) rc = F::current(key, recno);
     return _DBClipSettle<F>(rc, key, *recno);
 }
+
+// ---- Open and close ----------------------------------------------------------
+
+// Everything an open made, in the reverse order; the slot goes last.
+template <class F>
+void _DBClipRelease(int handle, typename F::Pkt *x) {
+    if (x->ph.dh >= 0) DBosCloseFile(x->ph.dh);
+    x->ph.dh = -1;
+    F::releaseOwn(x);
+    if (x->ck.k) DBFreeMemory(x->ck.k, kClipSite.id, __LINE__);
+    if (x->t) DBFreeMemory(x->t, kClipSite.id, __LINE__);
+    _DBPageCacheFree(x->pc);
+    _DBPageMapClose(x->map);
+    _DBReleaseFilePacket(handle);
+}
+
+// What every open makes once the family has read and checked its header:
+// the saved key of an index that forgets its pages between calls
+// (savePlace), a descent path of `depth` levels, the page cache and, alone
+// with the file, a view of it, so that pages are copied from memory rather
+// than read one system call at a time.
+template <class F>
+int _DBClipOpenRest(typename F::Pkt *x, bool savePlace, int depth) {
+    if (savePlace) {
+        void *k = nullptr;
+        if (DBAllocateMemoryLog(&k, static_cast<size_t>(x->h.k) + 1, kClipSite.id, __LINE__) != 0) return DBerrno;
+        std::memset(k, 0, static_cast<size_t>(x->h.k) + 1);
+        x->ck.k = static_cast<char *>(k);
+    }
+    x->td = static_cast<int16_t>(depth);
+    void *t = nullptr;
+    if (DBAllocateMemoryLog(&t, sizeof(DBTREE) * static_cast<size_t>(x->td), kClipSite.id, __LINE__) != 0)
+        return DBerrno;
+    x->t = static_cast<DBTREE *>(t);
+    x->tl = -1;
+    if (_DBPageCacheInit(x->pc, 100, x->ph.m.always_flush ? 3 : 100, F::kPage, 3) != 0) return DBerrno;
+    if (!x->ph.m.shared) _DBPageMapOpen(x->map, x->ph.dh, x->fs);
+    return 0;
+}
+
+// The public open: a packet, the family's open (file, header, checks, then
+// _DBClipOpenRest), and on failure everything undone. A file whose length
+// is not a whole number of pages opens with a warning.
+template <class F>
+int _DBClipOpenCall(short *handle, char *filename, int mode, int (*open)(typename F::Pkt *, char *, int)) {
+    if (!handle || !filename) return kClipSite.fail(DBE_NULLPARAM, __LINE__);
+    *handle = -1;
+    if (std::strlen(filename) >= sizeof(DBPKTHDR::n)) return kClipSite.fail(DBE_BADFILENAME, __LINE__);
+    int h = -1;
+    void *p = nullptr;
+    if (_DBAllocNewFilePacket(&h, F::kType, &p) != 0) return DBerrno;
+    DBclose[F::kType] = F::close;
+    auto *x = static_cast<typename F::Pkt *>(p);
+    DBerrno = 0;
+    if (open(x, filename, mode) != 0) {
+        const int rc = DBerrno;
+        _DBClipRelease<F>(h, x);
+        return _DBStatus(rc);
+    }
+    *handle = static_cast<short>(h);
+    return _DBStatus(x->fs % F::kPage != 0 ? DBW_BADFILELEN : 0);
+}
+
+// Close: what is still cached goes to the file, the lock is given back.
+template <class F>
+int _DBClipCloseCall(int handle) {
+    if (F::resolve(handle) != 0) return DBerrno;
+    typename F::Pkt *x = F::pkt();
+    if (!x->ph.m.read_only && _DBClipFlush<F>() != 0) return DBerrno;
+    if (x->ph.ls && _DBClipUnlock<F>() != 0) return DBerrno;
+    if (DBosCloseFile(x->ph.dh) != 0) return kClipSite.fail(DBerrno, __LINE__);
+    x->ph.dh = -1;
+    _DBClipRelease<F>(handle, x);
+    F::pkt() = nullptr;
+    return _DBStatus(0);
+}
+
+// Resolve a handle into the family's packet: -213 unless the slot holds an
+// open index of the family.
+template <class F>
+int _DBClipResolve(int handle) {
+    auto *x = static_cast<typename F::Pkt *>(_DBPacketOf(handle, F::kType));
+    if (!x) return kClipSite.fail(DBE_BADHANDLE, __LINE__);
+    F::pkt() = x;
+    return _DBStatus(0);
+}

@@ -1,5 +1,5 @@
 // copen.cpp - opening and closing NTX indexes: the header checks in their
-// classic order, the descent path, the page cache; the handle resolver.
+// classic order; what every open then makes is btclip.h's.
 #include "ntx.h"
 #include "os.h"
 
@@ -22,17 +22,6 @@ void _loadHeader(DBNTXHDR &h, const uint8_t *b) {
     h.mnk = _DBLoadLE16(b + 20);
     std::memcpy(h.e, b + 22, sizeof h.e);
     h.u = _DBLoadLE16(b + 278);
-}
-
-// Everything an open made, in the reverse order; the slot goes last.
-void _release(int handle, DBNTXPKT *x) {
-    if (x->ph.dh >= 0) DBosCloseFile(x->ph.dh);
-    x->ph.dh = -1;
-    if (x->ck.k) DBFreeMemory(x->ck.k, here.id, __LINE__);
-    if (x->t) DBFreeMemory(x->t, here.id, __LINE__);
-    _DBPageCacheFree(x->pc);
-    _DBPageMapClose(x->map);
-    _DBReleaseFilePacket(handle);
 }
 
 int _open(DBNTXPKT *x, char *filename, int mode) {
@@ -58,64 +47,21 @@ int _open(DBNTXPKT *x, char *filename, int mode) {
     _DBIndexTidyExpr(h.e);
     for (int j = 0; j <= h.max_number_keys_page; j++)
         x->grid[2 * h.max_number_keys_page + 4 + j * h.key_item_len] = static_cast<uint8_t>(j + 1);
-    if (x->ph.m.shared && x->ph.m.always_flush) {
-        void *k = nullptr;
-        if (DBAllocateMemoryLog(&k, static_cast<size_t>(h.k) + 1, here.id, __LINE__) != 0) return DBerrno;
-        std::memset(k, 0, static_cast<size_t>(h.k) + 1);
-        x->ck.k = static_cast<char *>(k);
-    }
-    // Room for the deepest path a sound tree can have (two levels of slack
-    // for producers whose right-hand pages run below half full); a deeper
-    // descent is a cycle of child pointers.
-    x->td = static_cast<int16_t>(_DBPathDepth(h.mnk + 1) + 2);
-    void *t = nullptr;
-    if (DBAllocateMemoryLog(&t, sizeof(DBTREE) * static_cast<size_t>(x->td), here.id, __LINE__) != 0) return DBerrno;
-    x->t = static_cast<DBTREE *>(t);
-    x->tl = -1;
-    if (_DBPageCacheInit(x->pc, 100, x->ph.m.always_flush ? 3 : 100, DBNTXPAGE, 3) != 0) return DBerrno;
-    // Alone with the file, pages are copied from a view of it rather than
-    // read one system call at a time.
-    if (!x->ph.m.shared) _DBPageMapOpen(x->map, x->ph.dh, x->fs);
-    return 0;
+    // A shared write-through index forgets its pages after every call and
+    // keeps its place by key. The path has room for the deepest tree a
+    // sound file can have (two levels of slack for producers whose
+    // right-hand pages run below half full); a deeper descent is a cycle of
+    // child pointers.
+    return _DBClipOpenRest<DBNTXFAM>(x, x->ph.m.shared && x->ph.m.always_flush, _DBPathDepth(h.mnk + 1) + 2);
 }
 }  // namespace
 
 DBNTXPKT *DBcli = nullptr;
 
-int _DBclLockIndexStruc(int handle) {
-    auto *x = static_cast<DBNTXPKT *>(_DBPacketOf(handle, DBPT_NTX));
-    if (!x) return here.fail(DBE_BADHANDLE, __LINE__);
-    DBcli = x;
-    return _DBStatus(0);
-}
+int _DBclLockIndexStruc(int handle) { return _DBClipResolve<DBNTXFAM>(handle); }
 
 extern "C" DBAPI int DBclOpenIndex(short *handle, char *filename, int mode) {
-    if (!handle || !filename) return here.fail(DBE_NULLPARAM, __LINE__);
-    *handle = -1;
-    if (std::strlen(filename) >= sizeof(DBPKTHDR::n)) return here.fail(DBE_BADFILENAME, __LINE__);
-    int h = -1;
-    void *p = nullptr;
-    if (_DBAllocNewFilePacket(&h, DBPT_NTX, &p) != 0) return DBerrno;
-    DBclose[DBPT_NTX] = DBclCloseIndex;
-    auto *x = static_cast<DBNTXPKT *>(p);
-    DBerrno = 0;
-    if (_open(x, filename, mode) != 0) {
-        const int rc = DBerrno;
-        _release(h, x);
-        return _DBStatus(rc);
-    }
-    *handle = static_cast<short>(h);
-    return _DBStatus(x->fs % DBNTXPAGE != 0 ? DBW_BADFILELEN : 0);
+    return _DBClipOpenCall<DBNTXFAM>(handle, filename, mode, _open);
 }
 
-extern "C" DBAPI int DBclCloseIndex(int handle) {
-    if (_DBclLockIndexStruc(handle) != 0) return DBerrno;
-    DBNTXPKT *x = DBcli;
-    if (!x->ph.m.always_flush && _DBclFlushIndex() != 0) return DBerrno;
-    if (x->ph.ls && _DBclUnLockIndex() != 0) return DBerrno;
-    if (DBosCloseFile(x->ph.dh) != 0) return here.fail(DBerrno, __LINE__);
-    x->ph.dh = -1;
-    _release(handle, x);
-    DBcli = nullptr;
-    return _DBStatus(0);
-}
+extern "C" DBAPI int DBclCloseIndex(int handle) { return _DBClipCloseCall<DBNTXFAM>(handle); }

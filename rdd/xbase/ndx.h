@@ -218,6 +218,13 @@ struct DBNDXFAM {
     static constexpr int32_t kWriteLock = DBNDX_WLOCK;
     static constexpr int32_t kReadLock = DBNDX_RLOCK;
     static constexpr char kLocked = DBNDX_LOCKED;
+    static constexpr int kType = DBPT_NDX;
+    static constexpr int kPage = DBNDXBLOCK;
+    static int close(int handle) { return DBd3CloseIndex(handle); }
+    // Blocks emptied while open.
+    static void releaseOwn(Pkt *x) {
+        if (x->fl) DBFreeMemory(x->fl, kClipSite.id, __LINE__);
+    }
     static constexpr bool kNoPlaceNotFound = false;
     static Pkt *&pkt() { return DBd3i; }
     static int resolve(int handle) { return _DBd3LockIndexStruc(handle); }

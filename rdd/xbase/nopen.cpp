@@ -1,5 +1,5 @@
-// nopen.cpp - opening and closing NDX indexes: the header checks, the
-// descent path, the page cache; the handle resolver.
+// nopen.cpp - opening and closing NDX indexes: the header checks; the rest
+// of an open is btclip.h's.
 #include "ndx.h"
 #include "os.h"
 
@@ -15,17 +15,6 @@ void _loadHeader(DBNDXHDR &h, const uint8_t *b) {
     h.il = _DBLoadLE16(b + 18);
     h.u = b[23] != 0 ? 1 : 0;
     std::memcpy(h.e, b + 24, sizeof h.e);
-}
-
-void _release(int handle, DBNDXPKT *x) {
-    if (x->ph.dh >= 0) DBosCloseFile(x->ph.dh);
-    x->ph.dh = -1;
-    if (x->ck.k) DBFreeMemory(x->ck.k, here.id, __LINE__);
-    if (x->t) DBFreeMemory(x->t, here.id, __LINE__);
-    if (x->fl) DBFreeMemory(x->fl, here.id, __LINE__);
-    _DBPageCacheFree(x->pc);
-    _DBPageMapClose(x->map);
-    _DBReleaseFilePacket(handle);
 }
 
 int _open(DBNDXPKT *x, char *filename, int mode) {
@@ -51,67 +40,22 @@ int _open(DBNDXPKT *x, char *filename, int mode) {
     if (!std::memchr(h.e, 0, sizeof h.e) || h.e[0] == '\0') return here.fail(DBE_BADEXPR, __LINE__);
     // Kept without blanks and in upper case: the form the evaluator reads.
     _DBIndexTidyExpr(h.e);
-    if (x->ph.m.shared) {
-        // A shared index forgets its pages whenever it may have missed a
-        // change (see _DBd3GetIndexHeader): its place is kept by key.
-        void *k = nullptr;
-        if (DBAllocateMemoryLog(&k, static_cast<size_t>(h.k) + 1, here.id, __LINE__) != 0) return DBerrno;
-        std::memset(k, 0, static_cast<size_t>(h.k) + 1);
-        x->ck.k = static_cast<char *>(k);
-    }
-    // Nodes we split hold at least m / 2 entries, but nodes of other writers
-    // and nodes after deletes may hold a single child: the path gets room
-    // for a tree of fan-out 2 over every block the file can address, and a
-    // deeper descent is a cycle of child pointers.
-    x->td = static_cast<int16_t>(_DBPathDepth(2) + 2);
-    void *t = nullptr;
-    if (DBAllocateMemoryLog(&t, sizeof(DBTREE) * static_cast<size_t>(x->td), here.id, __LINE__) != 0) return DBerrno;
-    x->t = static_cast<DBTREE *>(t);
-    x->tl = -1;
-    if (_DBPageCacheInit(x->pc, 100, x->ph.m.always_flush ? 3 : 100, DBNDXBLOCK, 3) != 0) return DBerrno;
-    // Alone with the file, blocks are copied from a view of it rather than
-    // read one system call at a time.
-    if (!x->ph.m.shared) _DBPageMapOpen(x->map, x->ph.dh, x->fs);
-    return 0;
+    // A shared index forgets its pages whenever it may have missed a change
+    // (see _DBd3GetIndexHeader) and keeps its place by key. Nodes we split
+    // hold at least m / 2 entries, but nodes of other writers and nodes
+    // after deletes may hold a single child: the path gets room for a tree
+    // of fan-out 2 over every block the file can address, and a deeper
+    // descent is a cycle of child pointers.
+    return _DBClipOpenRest<DBNDXFAM>(x, x->ph.m.shared, _DBPathDepth(2) + 2);
 }
 }  // namespace
 
 DBNDXPKT *DBd3i = nullptr;
 
-int _DBd3LockIndexStruc(int handle) {
-    auto *x = static_cast<DBNDXPKT *>(_DBPacketOf(handle, DBPT_NDX));
-    if (!x) return here.fail(DBE_BADHANDLE, __LINE__);
-    DBd3i = x;
-    return _DBStatus(0);
-}
+int _DBd3LockIndexStruc(int handle) { return _DBClipResolve<DBNDXFAM>(handle); }
 
 extern "C" DBAPI int DBd3OpenIndex(short *handle, char *filename, int mode) {
-    if (!handle || !filename) return here.fail(DBE_NULLPARAM, __LINE__);
-    *handle = -1;
-    if (std::strlen(filename) >= sizeof(DBPKTHDR::n)) return here.fail(DBE_BADFILENAME, __LINE__);
-    int h = -1;
-    void *p = nullptr;
-    if (_DBAllocNewFilePacket(&h, DBPT_NDX, &p) != 0) return DBerrno;
-    DBclose[DBPT_NDX] = DBd3CloseIndex;
-    auto *x = static_cast<DBNDXPKT *>(p);
-    DBerrno = 0;
-    if (_open(x, filename, mode) != 0) {
-        const int rc = DBerrno;
-        _release(h, x);
-        return _DBStatus(rc);
-    }
-    *handle = static_cast<short>(h);
-    return _DBStatus(x->fs % DBNDXBLOCK != 0 ? DBW_BADFILELEN : 0);
+    return _DBClipOpenCall<DBNDXFAM>(handle, filename, mode, _open);
 }
 
-extern "C" DBAPI int DBd3CloseIndex(int handle) {
-    if (_DBd3LockIndexStruc(handle) != 0) return DBerrno;
-    DBNDXPKT *x = DBd3i;
-    if (!x->ph.m.read_only && _DBd3FlushIndex() != 0) return DBerrno;
-    if (x->ph.ls && _DBd3UnLockIndex() != 0) return DBerrno;
-    if (DBosCloseFile(x->ph.dh) != 0) return here.fail(DBerrno, __LINE__);
-    x->ph.dh = -1;
-    _release(handle, x);
-    DBd3i = nullptr;
-    return _DBStatus(0);
-}
+extern "C" DBAPI int DBd3CloseIndex(int handle) { return _DBClipCloseCall<DBNDXFAM>(handle); }

@@ -202,6 +202,10 @@ struct DBNTXFAM {
     static constexpr int32_t kWriteLock = DBNTX_WLOCK;
     static constexpr int32_t kReadLock = DBNTX_RLOCK;
     static constexpr char kLocked = DBNTX_LOCKED;
+    static constexpr int kType = DBPT_NTX;
+    static constexpr int kPage = DBNTXPAGE;
+    static int close(int handle) { return DBclCloseIndex(handle); }
+    static void releaseOwn(Pkt *) {}
     static constexpr bool kNoPlaceNotFound = true;
     static Pkt *&pkt() { return DBcli; }
     static int resolve(int handle) { return _DBclLockIndexStruc(handle); }
