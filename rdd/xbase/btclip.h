@@ -448,3 +448,35 @@ int _DBClipResolve(int handle) {
     F::pkt() = x;
     return _DBStatus(0);
 }
+
+// ---- Searches ----------------------------------------------------------------
+
+// One step of the path from where it stands, as the searches walk.
+template <class F>
+int _DBClipPathStep(bool forward) {
+    typename F::Pkt *x = F::pkt();
+    typename F::Tree tr;
+    const int rc = _DBPathStep(tr, x->t, x->td, x->tl, F::root(), forward);
+    return rc < 0 ? kClipSite.fail(rc, __LINE__) : rc;
+}
+
+// The public search: the family's search for the mode's base (exact, prefix
+// or with the record number), then the Clipper positioning modes 11-15 on
+// its result.
+template <class F>
+int _DBClipKeySearchCall(int handle, char *key, int32_t *recno, int mode) {
+    if (F::resolve(handle) != 0) return DBerrno;
+    if (!key || !recno) return kClipSite.fail(DBE_NULLPARAM, __LINE__);
+    if (_DBClipRefresh<F>() != 0) return DBerrno;
+    const int inner = mode == 2 ? 2 : (mode >= 11 && mode <= 15) ? 1 : mode;
+    int rc = F::search(key, recno, inner);
+    if (rc < 0 || rc == DBW_EMPTY) return _DBClipSettle<F>(rc, key, *recno);
+    auto next = [&](bool forward) {
+        const int s = _DBClipPathStep<F>(forward);
+        if (s >= 0 && F::current(key, recno) != 0) return DBerrno;
+        return s;
+    };
+    rc = _DBSearchModes(mode, rc, key, F::pkt()->h.k, F::walkLimit(), next, F::same);
+    if (rc < 0) rc = kClipSite.fail(rc, __LINE__);
+    return _DBClipSettle<F>(rc, key, *recno);
+}

@@ -6,13 +6,6 @@
 namespace {
 constexpr DBSite here{"rdd/xbase/ckfind"};
 
-int _step(bool forward) {
-    DBNTXPKT *x = DBcli;
-    DBNTXTREE tr;
-    const int rc = _DBPathStep(tr, x->t, x->td, x->tl, x->h.r, forward);
-    return rc < 0 ? here.fail(rc, __LINE__) : rc;
-}
-
 int _push(int32_t page, char **pg, int at_root) {
     DBNTXPKT *x = DBcli;
     DBNTXTREE tr;
@@ -28,7 +21,7 @@ int _walkForward(const char *sk, size_t len, int mode, int32_t target, char *key
     char cur[DBNTXPAGE];
     int32_t rec = 0;
     for (int64_t n = _DBclWalkLimit(); n >= 0; n--) {
-        int rc = _step(true);
+        int rc = _DBClipPathStep<DBNTXFAM>(true);
         if (rc < 0) return rc;
         if (_DBclCurrentEntry(cur, &rec) != 0) return DBerrno;
         if (rc == DBW_NOMOREKEYS) {
@@ -43,7 +36,7 @@ int _walkForward(const char *sk, size_t len, int mode, int32_t target, char *key
             return 0;
         }
         if (c < 0) {
-            if ((rc = _step(false)) < 0) return rc;
+            if ((rc = _DBClipPathStep<DBNTXFAM>(false)) < 0) return rc;
             if (_DBclCurrentEntry(key, recno) != 0) return DBerrno;
             return DBW_KEYNOTFOUND;
         }
@@ -142,7 +135,7 @@ int _DBclKeySearch(char *key, int32_t *recno, int mode) {
             continue;
         }
         // Below this leaf entry: the answer is the entry before it.
-        const int rc = _step(false);
+        const int rc = _DBClipPathStep<DBNTXFAM>(false);
         if (rc < 0) return rc;
         if (_DBclCurrentEntry(key, recno) != 0) return DBerrno;
         return _DBStatus(rc == DBW_NOMOREKEYS ? DBW_NOMOREKEYS : DBW_KEYNOTFOUND);
@@ -150,19 +143,5 @@ int _DBclKeySearch(char *key, int32_t *recno, int mode) {
 }
 
 extern "C" DBAPI int DBclKeySearch(int handle, char *key, int32_t *recno, int mode) {
-    if (_DBclLockIndexStruc(handle) != 0) return DBerrno;
-    if (!key || !recno) return here.fail(DBE_NULLPARAM, __LINE__);
-    if (_DBclRefresh() != 0) return DBerrno;
-    const int inner = mode == 2 ? 2 : (mode >= 11 && mode <= 15) ? 1 : mode;
-    int rc = _DBclKeySearch(key, recno, inner);
-    if (rc < 0 || rc == DBW_EMPTY) return _DBclSettle(rc, key, *recno);
-    auto next = [&](bool forward) {
-        const int s = _step(forward);
-        if (s >= 0 && _DBclCurrentEntry(key, recno) != 0) return DBerrno;
-        return s;
-    };
-    rc = _DBSearchModes(mode, rc, key, DBcli->h.k, _DBclWalkLimit(), next,
-                        [](const char *a, const char *b) { return std::memcmp(a, b, static_cast<size_t>(DBcli->h.k)) == 0; });
-    if (rc < 0) rc = here.fail(rc, __LINE__);
-    return _DBclSettle(rc, key, *recno);
+    return _DBClipKeySearchCall<DBNTXFAM>(handle, key, recno, mode);
 }

@@ -234,6 +234,8 @@ struct DBNDXFAM {
     static int32_t root() { return _DBd3Offset(static_cast<uint32_t>(DBd3i->h.r)); }
     static int current(char *key, int32_t *recno) { return _DBd3CurrentEntry(key, recno); }
     static int search(char *key, int32_t *recno, int mode) { return _DBd3KeySearch(key, recno, mode); }
+    static bool same(const char *a, const char *b) { return _DBd3Compare(DBd3i->h, a, b, DBd3i->h.k) == 0; }
+    static int64_t walkLimit() { return _DBd3WalkLimit(); }
     static int refind(char *key, int32_t *recno) { return _DBd3Find(key, DBd3i->h.k, 2, *recno, key, recno); }
     // Numeric and date keys are 8 binary bytes, NULs included.
     static size_t keyBytes(const char *key) { return DBd3i->h.type == 1 ? 8 : strnlen(key, DBd3i->h.k); }

@@ -12,13 +12,6 @@
 namespace {
 constexpr DBSite here{"rdd/xbase/nkfind"};
 
-int _step(bool forward) {
-    DBNDXPKT *x = DBd3i;
-    DBNDXTREE tr;
-    const int rc = _DBPathStep(tr, x->t, x->td, x->tl, _DBd3Offset(static_cast<uint32_t>(x->h.r)), forward);
-    return rc < 0 ? here.fail(rc, __LINE__) : rc;
-}
-
 int _push(int32_t page, char **pg, int at_root) {
     DBNDXPKT *x = DBd3i;
     DBNDXTREE tr;
@@ -92,7 +85,7 @@ int _DBd3Find(const char *sk, size_t len, int mode, int32_t target, char *key, i
     int32_t rec = 0;
     for (int64_t left = _DBd3WalkLimit(); left > 0; left--) {
         if (past) {
-            const int rc = _step(true);
+            const int rc = _DBClipPathStep<DBNDXFAM>(true);
             if (rc < 0) return rc;
             if (rc == DBW_NOMOREKEYS) {
                 // Above every key (or every key equal to it, for mode 2):
@@ -112,7 +105,7 @@ int _DBd3Find(const char *sk, size_t len, int mode, int32_t target, char *key, i
         }
         if (c == 0) continue;  // the same key for another record
         // Past the search key: the answer is the entry before.
-        const int rc = _step(false);
+        const int rc = _DBClipPathStep<DBNDXFAM>(false);
         if (rc < 0) return rc;
         if (_here(key, recno) != 0) return DBerrno;
         return _DBStatus(rc == DBW_NOMOREKEYS ? DBW_NOMOREKEYS : DBW_KEYNOTFOUND);
@@ -131,19 +124,5 @@ int _DBd3KeySearch(char *key, int32_t *recno, int mode) {
 }
 
 extern "C" DBAPI int DBd3KeySearch(int handle, char *key, int32_t *recno, int mode) {
-    if (_DBd3LockIndexStruc(handle) != 0) return DBerrno;
-    if (!key || !recno) return here.fail(DBE_NULLPARAM, __LINE__);
-    if (_DBd3Refresh() != 0) return DBerrno;
-    const int inner = mode == 2 ? 2 : (mode >= 11 && mode <= 15) ? 1 : mode;
-    int rc = _DBd3KeySearch(key, recno, inner);
-    if (rc < 0 || rc == DBW_EMPTY) return _DBd3Settle(rc, key, *recno);
-    auto next = [&](bool forward) {
-        const int s = _step(forward);
-        if (s >= 0 && _DBd3CurrentEntry(key, recno) != 0) return DBerrno;
-        return s;
-    };
-    rc = _DBSearchModes(mode, rc, key, DBd3i->h.k, _DBd3WalkLimit(), next,
-                        [](const char *a, const char *b) { return _DBd3Compare(DBd3i->h, a, b, DBd3i->h.k) == 0; });
-    if (rc < 0) rc = here.fail(rc, __LINE__);
-    return _DBd3Settle(rc, key, *recno);
+    return _DBClipKeySearchCall<DBNDXFAM>(handle, key, recno, mode);
 }

@@ -215,6 +215,8 @@ struct DBNTXFAM {
     static int32_t root() { return DBcli->h.r; }
     static int current(char *key, int32_t *recno) { return _DBclCurrentEntry(key, recno); }
     static int search(char *key, int32_t *recno, int mode) { return _DBclKeySearch(key, recno, mode); }
+    static bool same(const char *a, const char *b) { return std::memcmp(a, b, DBcli->h.k) == 0; }
+    static int64_t walkLimit() { return _DBclWalkLimit(); }
     static int refind(char *key, int32_t *recno) { return _DBclKeySearch(key, recno, 2); }
     static size_t keyBytes(const char *key) { return strnlen(key, DBcli->h.k); }
 };
