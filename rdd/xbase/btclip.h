@@ -480,3 +480,26 @@ int _DBClipKeySearchCall(int handle, char *key, int32_t *recno, int mode) {
     if (rc < 0) rc = kClipSite.fail(rc, __LINE__);
     return _DBClipSettle<F>(rc, key, *recno);
 }
+
+// ---- Changes: the prologue ---------------------------------------------------
+
+// What an add or a delete does first: resolve, check, take the write lock
+// when the index locks itself, reread the header. Non-zero: the status to
+// return, the change already given up.
+template <class F>
+int _DBClipChangeBegin(int handle, const char *key, DBClipAutoLock<F> &lock) {
+    if (F::resolve(handle) != 0) return DBerrno;
+    if (!key) return kClipSite.fail(DBE_NULLPARAM, __LINE__);
+    if (F::pkt()->ph.m.read_only) return _DBClipChanged<F>(kClipSite.fail(DBE_READONLY, __LINE__));
+    if (lock.take() != 0 || _DBClipRefresh<F>() != 0) return _DBClipChanged<F>(DBerrno);
+    return 0;
+}
+
+// One level down the path from page, as the searches descend.
+template <class F>
+int _DBClipPathPush(int32_t page, char **pg, int at_root) {
+    typename F::Pkt *x = F::pkt();
+    typename F::Tree tr;
+    const int rc = _DBPathPush(tr, x->t, x->td, x->tl, page, pg, at_root);
+    return rc < 0 ? kClipSite.fail(rc, __LINE__) : rc;
+}

@@ -158,12 +158,9 @@ static int _add(const char *ikey, int32_t recno) {
 }
 
 extern "C" DBAPI int DBclAddKey(int handle, char *key, int32_t recno) {
-    if (_DBclLockIndexStruc(handle) != 0) return DBerrno;
-    if (!key) return here.fail(DBE_NULLPARAM, __LINE__);
-    DBNTXPKT *x = DBcli;
-    if (x->ph.m.read_only) return _DBclChanged(here.fail(DBE_READONLY, __LINE__));
     DBNTXAUTOLOCK lock;
-    if (lock.take() != 0 || _DBclRefresh() != 0) return _DBclChanged(DBerrno);
+    if (const int rc = _DBClipChangeBegin<DBNTXFAM>(handle, key, lock); rc != 0) return rc;
+    DBNTXPKT *x = DBcli;
     const int k = x->h.k;
     // The key as stored: cut or blank-padded to the key length.
     char ikey[DBNTXPAGE];

@@ -120,12 +120,9 @@ int _DBclRotate(int32_t parent, int ppos, int32_t page, int32_t sibling, bool le
 }
 
 extern "C" DBAPI int DBclDeleteKey(int handle, char *key, int32_t recno) {
-    if (_DBclLockIndexStruc(handle) != 0) return DBerrno;
-    if (!key) return here.fail(DBE_NULLPARAM, __LINE__);
-    DBNTXPKT *x = DBcli;
-    if (x->ph.m.read_only) return _DBclChanged(here.fail(DBE_READONLY, __LINE__));
     DBNTXAUTOLOCK lock;
-    if (lock.take() != 0 || _DBclRefresh() != 0) return _DBclChanged(DBerrno);
+    if (const int rc = _DBClipChangeBegin<DBNTXFAM>(handle, key, lock); rc != 0) return rc;
+    DBNTXPKT *x = DBcli;
     const int k = x->h.k;
     const size_t n = strnlen(key, static_cast<size_t>(k));
     std::memcpy(DBkeybfr1, key, n);

@@ -1,17 +1,9 @@
 // ckfind.cpp - finding keys in an NTX index: the descent that every search
-// mode shares, the modes' treatment of its result, and the bookkeeping each
-// public positioning call does before and after its move.
+// mode shares (the modes' treatment of its result is btclip.h's).
 #include "ntx.h"
 
 namespace {
 constexpr DBSite here{"rdd/xbase/ckfind"};
-
-int _push(int32_t page, char **pg, int at_root) {
-    DBNTXPKT *x = DBcli;
-    DBNTXTREE tr;
-    const int rc = _DBPathPush(tr, x->t, x->td, x->tl, page, pg, at_root);
-    return rc < 0 ? here.fail(rc, __LINE__) : rc;
-}
 
 // After the descent ran out at the end of a leaf: walk forward to the first
 // entry not below the search key (in mode 2, through equal keys of other
@@ -75,7 +67,7 @@ int _DBclKeySearch(char *key, int32_t *recno, int mode) {
     const int32_t target = *recno;
     x->tl = -1;
     char *pg = nullptr;
-    if (_push(x->h.r, &pg, 1) != 0) return DBerrno;
+    if (_DBClipPathPush<DBNTXFAM>(x->h.r, &pg, 1) != 0) return DBerrno;
     if (_DBclCount(pg) == 0) {
         x->tl = -1;
         return _DBStatus(DBW_EMPTY);
@@ -109,11 +101,11 @@ int _DBclKeySearch(char *key, int32_t *recno, int mode) {
             if (mode != 2 || *recno == target) {
                 if (mode == 2 || child == 0) return _DBStatus(0);
                 // An interior match: equal keys may lie to its left.
-                if (_push(child, &pg, 0) != 0) return DBerrno;
+                if (_DBClipPathPush<DBNTXFAM>(child, &pg, 0) != 0) return DBerrno;
                 continue;
             }
             if (child != 0) {
-                if (_push(child, &pg, 0) != 0) return DBerrno;
+                if (_DBClipPathPush<DBNTXFAM>(child, &pg, 0) != 0) return DBerrno;
                 continue;
             }
             c = 1;  // the same key for another record: look further right
@@ -125,13 +117,13 @@ int _DBclKeySearch(char *key, int32_t *recno, int mode) {
             }
             if (child != 0) {
                 x->t[x->tl].i = static_cast<int16_t>(n);
-                if (_push(_DBclChild(pg, n), &pg, 0) != 0) return DBerrno;
+                if (_DBClipPathPush<DBNTXFAM>(_DBclChild(pg, n), &pg, 0) != 0) return DBerrno;
                 continue;
             }
             return _DBStatus(_walkForward(sk, len, mode, target, key, recno));
         }
         if (child != 0) {
-            if (_push(child, &pg, 0) != 0) return DBerrno;
+            if (_DBClipPathPush<DBNTXFAM>(child, &pg, 0) != 0) return DBerrno;
             continue;
         }
         // Below this leaf entry: the answer is the entry before it.

@@ -160,12 +160,9 @@ int _DBd3FreeBlock(int32_t page) {
 }
 
 extern "C" DBAPI int DBd3AddKey(int handle, char *key, int32_t recno) {
-    if (_DBd3LockIndexStruc(handle) != 0) return DBerrno;
-    if (!key) return here.fail(DBE_NULLPARAM, __LINE__);
-    DBNDXPKT *x = DBd3i;
-    if (x->ph.m.read_only) return _DBd3Changed(here.fail(DBE_READONLY, __LINE__));
     DBNDXAUTOLOCK lock;
-    if (lock.take() != 0 || _DBd3Refresh() != 0) return _DBd3Changed(DBerrno);
+    if (const int rc = _DBClipChangeBegin<DBNDXFAM>(handle, key, lock); rc != 0) return rc;
+    DBNDXPKT *x = DBd3i;
     char ikey[DBNDXBLOCK], probe[DBNDXBLOCK];
     _DBd3StoredKey(key, ikey);
     int32_t rec = recno;

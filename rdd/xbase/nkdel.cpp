@@ -95,12 +95,9 @@ int _collapse() {
 }  // namespace
 
 extern "C" DBAPI int DBd3DeleteKey(int handle, char *key, int32_t recno) {
-    if (_DBd3LockIndexStruc(handle) != 0) return DBerrno;
-    if (!key) return here.fail(DBE_NULLPARAM, __LINE__);
-    DBNDXPKT *x = DBd3i;
-    if (x->ph.m.read_only) return _DBd3Changed(here.fail(DBE_READONLY, __LINE__));
     DBNDXAUTOLOCK lock;
-    if (lock.take() != 0 || _DBd3Refresh() != 0) return _DBd3Changed(DBerrno);
+    if (const int rc = _DBClipChangeBegin<DBNDXFAM>(handle, key, lock); rc != 0) return rc;
+    DBNDXPKT *x = DBd3i;
     _DBd3StoredKey(key, DBkeybfr1);
     DBrecno = recno;
     int32_t rec = recno;

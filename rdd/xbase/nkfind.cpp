@@ -1,6 +1,5 @@
 // nkfind.cpp - finding keys in an NDX index: the descent every search mode
-// shares, the modes' treatment of its result, and the bookkeeping each
-// public positioning call does before and after its move.
+// shares (the modes' treatment of its result is btclip.h's).
 //
 // An interior key is the greatest key of its child's subtree, so the first
 // key not below the search key lies under the first interior key not below
@@ -11,13 +10,6 @@
 
 namespace {
 constexpr DBSite here{"rdd/xbase/nkfind"};
-
-int _push(int32_t page, char **pg, int at_root) {
-    DBNDXPKT *x = DBd3i;
-    DBNDXTREE tr;
-    const int rc = _DBPathPush(tr, x->t, x->td, x->tl, page, pg, at_root);
-    return rc < 0 ? here.fail(rc, __LINE__) : rc;
-}
 
 // The entry at the position, or a failure.
 int _here(char *key, int32_t *recno) { return _DBd3CurrentEntry(key, recno) != 0 ? DBerrno : 0; }
@@ -59,7 +51,7 @@ int _DBd3Find(const char *sk, size_t len, int mode, int32_t target, char *key, i
     const DBNDXHDR &h = x->h;
     x->tl = -1;
     char *pg = nullptr;
-    if (_push(_DBd3Offset(static_cast<uint32_t>(h.r)), &pg, 1) != 0) return DBerrno;
+    if (_DBClipPathPush<DBNDXFAM>(_DBd3Offset(static_cast<uint32_t>(h.r)), &pg, 1) != 0) return DBerrno;
     if (_DBd3Leaf(pg, h.il) && _DBd3Count(pg) == 0) {
         x->tl = -1;
         return _DBStatus(DBW_EMPTY);
@@ -79,7 +71,7 @@ int _DBd3Find(const char *sk, size_t len, int mode, int32_t target, char *key, i
             }
             break;
         }
-        if (_push(_DBd3Offset(static_cast<uint32_t>(_DBd3ChildBlock(pg, i, h.il))), &pg, 0) != 0) return DBerrno;
+        if (_DBClipPathPush<DBNDXFAM>(_DBd3Offset(static_cast<uint32_t>(_DBd3ChildBlock(pg, i, h.il))), &pg, 0) != 0) return DBerrno;
     }
     char cur[DBNDXBLOCK];
     int32_t rec = 0;
