@@ -503,3 +503,24 @@ int _DBClipPathPush(int32_t page, char **pg, int at_root) {
     const int rc = _DBPathPush(tr, x->t, x->td, x->tl, page, pg, at_root);
     return rc < 0 ? kClipSite.fail(rc, __LINE__) : rc;
 }
+
+// ---- Build -------------------------------------------------------------------
+
+// A new index over every record of table: created empty, opened, filled by
+// the family's bulk build, closed; the toolkit's _DBBuildNewIndex removes a
+// file it could not finish.
+template <class F>
+int _DBClipBuildCall(int table, char *filename, int keytype, char *expr, int keylen, int decimals,
+                     int (*create)(char *, int, char *, int, int), int (*open)(short *, char *, int),
+                     int (*build)(int32_t, char *, int16_t)) {
+    const int rc = _DBBuildNewIndex(
+        table, filename, [&] { return create(filename, keytype, expr, keylen, decimals); },
+        [&](int *h) {
+            short s = -1;
+            const int r = open(&s, filename, 0);
+            *h = s;
+            return r;
+        },
+        [&](int h) { return build(table, filename, static_cast<int16_t>(h)); }, F::close);
+    return rc != 0 ? kClipSite.fail(rc, __LINE__) : 0;
+}

@@ -158,14 +158,5 @@ int _build(int32_t table, char *filename, int16_t ih) {
 }  // namespace
 
 extern "C" DBAPI int DBclBuildIndex(int table, char *filename, int keytype, char *expr, int keylen, int decimals) {
-    const int rc = _DBBuildNewIndex(
-        table, filename, [&] { return DBclCreateIndex(filename, keytype, expr, keylen, decimals); },
-        [&](int *h) {
-            short s = -1;
-            const int r = DBclOpenIndex(&s, filename, 0);
-            *h = s;
-            return r;
-        },
-        [&](int h) { return _build(table, filename, static_cast<int16_t>(h)); }, DBclCloseIndex);
-    return rc != 0 ? here.fail(rc, __LINE__) : 0;
+    return _DBClipBuildCall<DBNTXFAM>(table, filename, keytype, expr, keylen, decimals, DBclCreateIndex, DBclOpenIndex, _build);
 }

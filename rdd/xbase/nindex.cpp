@@ -172,14 +172,5 @@ int _build(int32_t table, char *filename, int16_t ih) {
 }  // namespace
 
 extern "C" DBAPI int DBd3BuildIndex(int table, char *filename, int keytype, char *expr, int keylen, int decimals) {
-    const int rc = _DBBuildNewIndex(
-        table, filename, [&] { return DBd3CreateIndex(filename, keytype, expr, keylen, decimals); },
-        [&](int *h) {
-            short s = -1;
-            const int r = DBd3OpenIndex(&s, filename, 0);
-            *h = s;
-            return r;
-        },
-        [&](int h) { return _build(table, filename, static_cast<int16_t>(h)); }, DBd3CloseIndex);
-    return rc != 0 ? here.fail(rc, __LINE__) : 0;
+    return _DBClipBuildCall<DBNDXFAM>(table, filename, keytype, expr, keylen, decimals, DBd3CreateIndex, DBd3OpenIndex, _build);
 }
