@@ -100,21 +100,35 @@ protected:
     int t_ = -1;
 };
 
-struct Case {
-    const char *file, *expr;
-    bool unique;
-    char kind;  // 'C' name, 'N' amount, 'D' hired
-};
-
-// Every index walks both ways to the table's keys, passes the whole-tree
-// check, and finds each key, and each key with its record, by search.
-TEST_F(NdxXbase64, OpenWalkAndSearchTheirIndexes) {
-    const Case cases[] = {{"name.ndx", "NAME", false, 'C'}, {"uname.ndx", "NAME", true, 'C'},
-                          {"amount.ndx", "AMOUNT", false, 'N'}, {"hired.ndx", "HIRED", false, 'D'}};
-    for (const Case &c : cases) {
+// Their files, header byte by byte: where they follow the layout, and the
+// two places they do not (a key count at 8, dates as text keys). Every index
+// walks both ways to the table's keys, passes the whole-tree check, and
+// finds each key, and each key with its record, by search.
+TEST_F(NdxXbase64, HeadersWalksAndSearchesOfTheirIndexes) {
+    const struct {
+        const char *file, *expr;
+        bool unique;
+        char kind;  // 'C' name, 'N' amount, 'D' hired
+        int k, type, il;
+    } cases[] = {{"name.ndx", "NAME", false, 'C', 20, 0, 28}, {"uname.ndx", "NAME", true, 'C', 20, 0, 28},
+                 {"amount.ndx", "AMOUNT", false, 'N', 8, 1, 16}, {"hired.ndx", "HIRED", false, 'D', 8, 0, 16}};
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.file);
         const std::string f = path(c.file);
         ASSERT_TRUE(xbase64(f, c.expr, c.unique));
+        const std::vector<uint8_t> b = xbt::readFile(f);
+        ASSERT_GE(b.size(), 1024u);
+        EXPECT_EQ(idx::le32(b, 4) * 512, b.size());
+        EXPECT_LT(idx::le32(b, 0), idx::le32(b, 4));
+        EXPECT_EQ(idx::le16(b, 12), c.k);
+        EXPECT_EQ(idx::le16(b, 14), (512 - 8) / c.il);
+        EXPECT_EQ(idx::le16(b, 16), c.type);  // a date field: character keys "yyyymmdd"
+        EXPECT_EQ(idx::le16(b, 18), c.il);
+        EXPECT_EQ(b[23], c.unique ? 1 : 0);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[24])), c.expr);
+        // Bytes 8..11: xbase64 keeps the number of keys + 1 there; the
+        // layout leaves it to the writer and we ignore it.
+        if (!c.unique) EXPECT_EQ(idx::le32(b, 8), kRows + 1u);
         const short h = open(f);
         DBD3INDEXINFO info;
         ASSERT_EQ(DBd3GetIndexInfo(h, &info), 0);
@@ -146,20 +160,7 @@ TEST_F(NdxXbase64, OpenWalkAndSearchTheirIndexes) {
         EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
         EXPECT_EQ(chk.keys, static_cast<int32_t>(want.size()));
         EXPECT_GE(chk.height, 2);
-        // Each key: mode 1 reaches its first entry, mode 2 each entry.
-        for (size_t i = 0; i < got.size(); i += 1 + (i % 3)) {
-            size_t first = i;
-            while (first > 0 && got[first - 1].key == got[i].key) first--;
-            char key[64];
-            std::memcpy(key, got[i].key.data(), static_cast<size_t>(k));
-            key[k] = '\0';
-            int32_t rec = got[i].rec;
-            ASSERT_EQ(DBd3KeySearch(h, key, &rec, 2), 0) << i;
-            EXPECT_EQ(rec, got[i].rec);
-            std::memcpy(key, got[i].key.data(), static_cast<size_t>(k));
-            ASSERT_EQ(DBd3KeySearch(h, key, &rec, 1), 0) << i;
-            EXPECT_EQ(rec, got[first].rec) << i;
-        }
+        idx::expectFound(idx::kNdx, h, got, static_cast<size_t>(k), 2);
         // Keys that are not there: the greatest below, or the first with 203.
         char key[64];
         int32_t rec = 0;
@@ -190,33 +191,6 @@ TEST_F(NdxXbase64, OpenWalkAndSearchTheirIndexes) {
             DBFreeMemory(made, "test", 0);
         }
         ASSERT_EQ(DBd3CloseIndex(h), 0);
-    }
-}
-
-// Their files, header byte by byte: where they follow the layout, and the
-// two places they do not (a key count at 8, dates as text keys).
-TEST_F(NdxXbase64, TheirHeadersAgainstTheLayout) {
-    struct H { const char *file, *expr; int k, type, il; } cases[] = {
-        {"name.ndx", "NAME", 20, 0, 28}, {"amount.ndx", "AMOUNT", 8, 1, 16}, {"hired.ndx", "HIRED", 8, 0, 16}};
-    for (const H &c : cases) {
-        SCOPED_TRACE(c.file);
-        const std::string f = path(c.file);
-        ASSERT_TRUE(xbase64(f, c.expr));
-        const std::vector<uint8_t> b = xbt::readFile(f);
-        ASSERT_GE(b.size(), 1024u);
-        auto le16 = [&](size_t at) { return b[at] | b[at + 1] << 8; };
-        auto le32 = [&](size_t at) { return static_cast<long>(le16(at) | le16(at + 2) << 16); };
-        EXPECT_EQ(le32(4) * 512, static_cast<long>(b.size()));
-        EXPECT_LT(le32(0), le32(4));
-        EXPECT_EQ(le16(12), c.k);
-        EXPECT_EQ(le16(14), (512 - 8) / c.il);
-        EXPECT_EQ(le16(16), c.type);  // a date field: character keys "yyyymmdd"
-        EXPECT_EQ(le16(18), c.il);
-        EXPECT_EQ(b[23], 0);
-        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[24])), c.expr);
-        // Bytes 8..11: xbase64 keeps the number of keys + 1 there; the
-        // layout leaves it to the writer and we ignore it.
-        EXPECT_EQ(le32(8), kRows + 1);
     }
 }
 
@@ -288,27 +262,23 @@ TEST_F(NdxXbase64, ChangedByUs) {
     const std::string f = path("name.ndx");
     ASSERT_TRUE(xbase64(f, "NAME"));
     const short h = open(f);
-    std::vector<KeyLine> start = idx::walk(idx::kNdx, h, 20);
-    std::multiset<std::pair<std::string, int32_t>> model;
-    for (const KeyLine &l : start) model.insert({l.key, l.rec});
+    // Equal keys are xbase64's to order: entries compared by key and record.
+    idx::Model model(false, true);
+    for (const KeyLine &l : idx::walk(idx::kNdx, h, 20)) ASSERT_TRUE(model.add(l.key, l.rec));
     idx::Rng rng(11);
-    for (int i = 0; i < 1500; i++) {
-        const KeyLine &old = start[rng.below(static_cast<uint32_t>(start.size()))];
-        if (!model.count({old.key, old.rec})) continue;
-        std::string key = old.key;
-        key[4 + rng.below(5)] = static_cast<char>('0' + rng.below(10));
-        ASSERT_EQ(DBd3DeleteKey(h, cs(old.key.c_str()), old.rec), 0) << i;
-        model.erase(model.find({old.key, old.rec}));
-        const int rc = DBd3AddKey(h, cs(key.c_str()), old.rec);
-        ASSERT_EQ(rc, model.count({key, old.rec}) ? DBW_EXISTS : 0) << i;
-        model.insert({key, old.rec});
-    }
+    idx::rekey(model, rng, 1500, [&](char *key, int32_t rec) { return DBd3DeleteKey(h, key, rec); },
+               [&](char *key, int32_t rec) { return DBd3AddKey(h, key, rec); }, [&](const KeyLine &old) {
+                   std::string key = old.key;
+                   key[4 + rng.below(5)] = static_cast<char>('0' + rng.below(10));
+                   return key;
+               });
     DBINDEXCHECK chk;
     EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
-    const std::vector<KeyLine> got = idx::walk(idx::kNdx, h, 20);
-    std::multiset<std::pair<std::string, int32_t>> have;
-    for (const KeyLine &l : got) have.insert({l.key, l.rec});
-    EXPECT_EQ(have, model);
+    std::vector<KeyLine> got = idx::walk(idx::kNdx, h, 20);
+    std::sort(got.begin(), got.end(), [](const KeyLine &a, const KeyLine &b) {
+        return a.key != b.key ? a.key < b.key : a.rec < b.rec;
+    });
+    EXPECT_TRUE(idx::same(got, model.entries()));
     ASSERT_EQ(DBd3CloseIndex(h), 0);
 }
 
