@@ -194,22 +194,26 @@ TEST_F(NtxBuild, KeyConversions) {
     short h = -1;
     ASSERT_EQ(DBclOpenIndex(&h, cs(f.c_str()), 0), 0);
     char key[64];
-    ASSERT_EQ(DBclDoubleToKey(h, key, -1.5), 0);
-    EXPECT_STREQ(key, ",,+.',");
-    double v = 0;
-    ASSERT_EQ(DBclKeyToDouble(&v, key), 0);
-    EXPECT_EQ(v, -1.5);
-    ASSERT_EQ(DBclDoubleToKey(h, key, 123.456), 0);
-    EXPECT_STREQ(key, "123.45");
+    // Negative numbers are stored complemented; too many digits are cut.
+    const struct { double v; const char *key; double back; } numbers[] = {
+        {-1.5, ",,+.',", -1.5}, {123.456, "123.45", 123.45}};
+    for (const auto &n : numbers) {
+        ASSERT_EQ(DBclDoubleToKey(h, key, n.v), 0);
+        EXPECT_STREQ(key, n.key);
+        double v = 0;
+        ASSERT_EQ(DBclKeyToDouble(&v, key), 0);
+        EXPECT_EQ(v, n.back) << n.key;
+    }
     // Keys of numbers sort as the numbers.
-    std::vector<double> vals = {-999.99, -12.5, -1.5, -0.25, 0, 0.25, 1.5, 12.5, 999.99};
     std::string prev;
-    for (double x : vals) {
+    for (double x : {-999.99, -12.5, -1.5, -0.25, 0.0, 0.25, 1.5, 12.5, 999.99}) {
         ASSERT_EQ(DBclDoubleToKey(h, key, x), 0);
         EXPECT_LT(prev, std::string(key)) << x;
         prev = key;
     }
     EXPECT_EQ(DBclCloseIndex(h), 0);
+    // Dates before 2000 keep their century in a four-digit style; an empty
+    // date is a blank key, and a blank key leaves the date alone.
     char date[16] = "xxxxxxxxxx";
     ASSERT_EQ(DBclDateToKey(key, cs("07/04/1969"), 2), 0);
     EXPECT_STREQ(key, "19690704");
