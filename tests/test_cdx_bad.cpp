@@ -56,7 +56,8 @@ void compactLeaf(Bytes &f, size_t p, int32_t left, int32_t right, int k, const s
         const int len = k - dup - trail;
         kt -= static_cast<size_t>(len);
         std::memcpy(&f[kt], key.data() + dup, static_cast<size_t>(len));
-        const uint32_t v = static_cast<uint32_t>(e[j].rec) | static_cast<uint32_t>(dup) << 16 | static_cast<uint32_t>(trail) << 20;
+        const uint32_t v =
+            static_cast<uint32_t>(e[j].rec) | static_cast<uint32_t>(dup) << 16 | static_cast<uint32_t>(trail) << 20;
         for (int x = 0; x < 3; x++) f[p + 24 + j * 3 + static_cast<size_t>(x)] = static_cast<uint8_t>(v >> (8 * x));
         prev = key;
     }
@@ -217,15 +218,12 @@ TEST_F(CdxBad, OpenChecksInTheirOrder) {
     EXPECT_EQ(open(good, &h, "a.idx", 0x41), DBE_BADVERSION);
     EXPECT_EQ(DBfbOpenIndex(nullptr, cs("a.idx"), 0), DBE_NULLPARAM);
     EXPECT_EQ(DBfbOpenIndex(&h, cs(path("missing.idx").c_str()), 0), DBE_NOTFOUND);
-    // An exclusive compact IDX gets 100 buffers, a CDX directory 4.
+    // An exclusive compact IDX gets 100 buffers, a CDX directory 4 (CdxBuild
+    // sets other sizes).
     ASSERT_EQ(open(good, &h), 0);
     short size = 0;
     EXPECT_EQ(DBfbGetSetCacheSize(h, &size, 1), 0);
     EXPECT_EQ(size, 100);
-    size = 7;
-    EXPECT_EQ(DBfbGetSetCacheSize(h, &size, 0), 0);
-    EXPECT_EQ(DBfbGetSetCacheSize(h, &size, 1), 0);
-    EXPECT_EQ(size, 7);
     EXPECT_EQ(DBfbGetSetCacheSize(h, &size, 5), DBE_BADCOMMAND);
     EXPECT_EQ(DBfbCloseIndex(h), 0);
     ASSERT_EQ(DBfpCreateIndex(cs(path("d.cdx").c_str())), 0);

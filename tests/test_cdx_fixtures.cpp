@@ -80,6 +80,8 @@ TEST_F(CdxFixture, WalksEveryTagBothWaysOpenedByNameAndByNumber) {
         EXPECT_EQ(DBfpOpenTag(&again, h, n), 0);
         EXPECT_EQ(again, 12345);
     }
+    int tag = -1;
+    EXPECT_EQ(DBfpOpenTag(&tag, h, 7), DBE_TAGCOUNT);
     EXPECT_EQ(DBfpCloseIndex(h), 0);
 }
 

@@ -145,47 +145,39 @@ TEST_F(CdxTree, RandomChangesMatchTheModel) {
     }
 }
 
-// Pages freed by deletes come back before the file grows.
+// Pages freed by deletes come back before the file grows; deleting every
+// key leaves an empty root leaf.
 TEST_F(CdxTree, FreedPagesAreReusedBeforeTheFileGrows) {
     const std::string f = path("r.idx");
     ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400, cs("NAME"), 16, nullptr), 0);
     int h = -1;
     ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
     ASSERT_EQ(DBfpSetDefaultKeyType(h, 'C'), 0);
-    char key[32];
-    for (int i = 0; i < 6000; i++) {
-        std::snprintf(key, sizeof key, "K%08d", i * 7919 % 6000);
-        ASSERT_EQ(DBfpAddKey(h, key, i + 1), 0);
-    }
+    auto key = [](char c, int v) {
+        char b[16];
+        std::snprintf(b, sizeof b, "%c%08d", c, v);
+        return std::string(b);
+    };
+    for (int i = 0; i < 6000; i++) ASSERT_EQ(DBfpAddKey(h, cs(key('K', i * 7919 % 6000).c_str()), i + 1), 0);
     // Most of the key range goes: whole leaves empty and are freed.
-    for (int i = 0; i < 6000; i++) {
-        const int v = i * 7919 % 6000;
-        if (v >= 5000) continue;
-        std::snprintf(key, sizeof key, "K%08d", v);
-        ASSERT_EQ(DBfpDeleteKey(h, key, i + 1), 0);
-    }
+    for (int i = 0; i < 6000; i++)
+        if (i * 7919 % 6000 < 5000) ASSERT_EQ(DBfpDeleteKey(h, cs(key('K', i * 7919 % 6000).c_str()), i + 1), 0);
     ASSERT_EQ(DBfpFlushIndex(h), 0);
     DBINDEXCHECK chk;
     ASSERT_EQ(DBfpCheckTag(h, &chk, 1), 0) << chk.msg;
     ASSERT_GT(chk.free, 10);
     const long size = xbt::fileSize(f);
-    int32_t free = chk.free, rec = 100000;
-    while (free > 0) {
-        for (int j = 0; j < 50; j++, rec++) {
-            std::snprintf(key, sizeof key, "N%08d", rec * 31 % 99991);
-            ASSERT_EQ(DBfpAddKey(h, key, rec), 0);
-        }
+    for (int32_t free = chk.free, rec = 100000; free > 0; free = chk.free) {
+        for (int j = 0; j < 50; j++, rec++) ASSERT_EQ(DBfpAddKey(h, cs(key('N', rec * 31 % 99991).c_str()), rec), 0);
         ASSERT_EQ(DBfpFlushIndex(h), 0);
         ASSERT_EQ(DBfpCheckTag(h, &chk, 1), 0) << chk.msg;
-        EXPECT_EQ(xbt::fileSize(f), size) << "grew with " << free << " pages free";
+        ASSERT_EQ(xbt::fileSize(f), size) << "grew with " << free << " pages free";
         ASSERT_LE(chk.free, free);
-        free = chk.free;
     }
-    // Deleting every key leaves an empty root leaf.
-    char k2[32];
-    int32_t r2 = 0;
-    while (DBfpGoFirstKey(h, k2, &r2) == 0) ASSERT_EQ(DBfpDeleteKey(h, k2, r2), 0);
-    EXPECT_EQ(DBfpKeySearch(h, k2, &r2, 1), DBW_EMPTY);
+    char k[32];
+    int32_t r = 0;
+    while (DBfpGoFirstKey(h, k, &r) == 0) ASSERT_EQ(DBfpDeleteKey(h, k, r), 0);
+    EXPECT_EQ(DBfpKeySearch(h, k, &r, 1), DBW_EMPTY);
     ASSERT_EQ(DBfpCheckTag(h, &chk, 1), 0) << chk.msg;
     EXPECT_EQ(chk.pages, 1);
     EXPECT_EQ(chk.keys, 0);

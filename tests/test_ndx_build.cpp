@@ -108,26 +108,17 @@ protected:
         double amount;
         std::string hired;
     };
-    // What an index over the table holds, by key then record.
+    // What an index over the table holds, in index order.
     std::vector<KeyLine> expected(char kind, bool unique) {
-        std::vector<std::pair<std::string, KeyLine>> e;  // (order bytes, entry)
+        std::vector<KeyLine> keys;
         for (size_t i = 0; i < rows_.size(); i++) {
-            const Row &r = rows_[i];
-            double v = r.amount;
-            if (kind == 'D') {
-                v = 0;
-                if (r.hired[0] != ' ')
-                    v = ndxt::julian(std::atoi(r.hired.substr(0, 4).c_str()), std::atoi(r.hired.substr(4, 2).c_str()),
-                                     std::atoi(r.hired.substr(6, 2).c_str()));
-            }
-            const std::string key = kind == 'C' ? r.name : ndxt::dbl(v);
-            e.push_back({kind == 'C' ? key : ndxt::ordered(v), {static_cast<int32_t>(i + 1), key}});
+            const std::string &d = rows_[i].hired;
+            auto part = [&](size_t at, size_t n) { return std::atoi(d.substr(at, n).c_str()); };
+            const double day = d[0] == ' ' ? 0 : ndxt::julian(part(0, 4), part(4, 2), part(6, 2));
+            const std::string key = kind == 'C' ? rows_[i].name : ndxt::dbl(kind == 'D' ? day : rows_[i].amount);
+            keys.push_back({static_cast<int32_t>(i + 1), key});
         }
-        std::stable_sort(e.begin(), e.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
-        std::vector<KeyLine> out;
-        for (size_t i = 0; i < e.size(); i++)
-            if (!unique || i == 0 || e[i].first != e[i - 1].first) out.push_back(e[i].second);
-        return out;
+        return ndxt::inOrder(keys, kind != 'C', unique);
     }
     static constexpr int kRows = 5000;
     std::string table_;

@@ -201,7 +201,8 @@ inline std::vector<KeyLine> walk(Move first, Move next, Move last, Move prev, in
     char key[512];
     int32_t rec = 0;
     int rc = (forward ? first : last)(h, key, &rec);
-    for (; rc == 0; rc = (forward ? next : prev)(h, key, &rec)) out.push_back({rec, std::string(key, static_cast<size_t>(k))});
+    for (; rc == 0; rc = (forward ? next : prev)(h, key, &rec))
+        out.push_back({rec, std::string(key, static_cast<size_t>(k))});
     EXPECT_EQ(rc, out.empty() ? DBW_EMPTY : DBW_NOMOREKEYS);
     if (!forward) std::reverse(out.begin(), out.end());
     return out;
