@@ -117,11 +117,13 @@ std::pair<int, size_t> modeAnswer(int mode, size_t first, size_t end, size_t n) 
 
 // Each entry by key and record; each key, and a key just above it (last
 // byte + 1), in every mode, the current entry left where the mode says; a
-// prefix finds the first key that begins with it.
-TEST_F(CdxFixture, SearchesEveryModeForEveryKeyAndBetweenThem) {
+// prefix finds the first key that begins with it; percentages.
+TEST_F(CdxFixture, SearchesEveryModeForEveryKeyAndPercentages) {
     for (const cdx::Tag &t : cdx::kTags) {
         SCOPED_TRACE(t.name);
         const int tag = openTag(t);
+        int p = -1, prev = -1;
+        ASSERT_EQ(DBfpGetKeyPercent(tag, &p), DBW_KEYNOTFOUND) << "no current key yet";
         const size_t k = static_cast<size_t>(cdx::keylen(tag));
         const std::vector<KeyLine> want = cdx::expected(t);
         const size_t n = want.size();
@@ -166,24 +168,16 @@ TEST_F(CdxFixture, SearchesEveryModeForEveryKeyAndBetweenThem) {
         const idx::Hit low = idx::search(DBfpKeySearch, tag, t.type == 'C' ? "\x01" : std::string(k, '\0'), 1, k);
         ASSERT_EQ(low.rc, DBW_KEYNOTFOUND);
         EXPECT_EQ(low.rec, want.front().rec);
-        ASSERT_EQ(DBfpCloseTag(tag), 0);
-    }
-}
-
-TEST_F(CdxFixture, PercentagesRunFromZeroToOneHundredAlongTheWalk) {
-    for (const cdx::Tag &t : cdx::kTags) {
-        const int tag = openTag(t);
-        const std::vector<KeyLine> want = cdx::expected(t);
+        // Percentages run from 0 to 100 along the walk, and a key reached by
+        // percentage reads back close to it.
         char key[256];
         int32_t rec = 0;
-        int p = -1, prev = -1;
-        ASSERT_EQ(DBfpGetKeyPercent(tag, &p), DBW_KEYNOTFOUND);
         int rc = DBfpGoFirstKey(tag, key, &rec);
         for (size_t i = 0; rc == 0; i++) {
             ASSERT_EQ(DBfpGetKeyPercent(tag, &p), 0);
-            if (i == 0) EXPECT_EQ(p, 0) << t.name;
-            if (i + 1 == want.size()) EXPECT_EQ(p, 100) << t.name;
-            EXPECT_GE(p, prev) << t.name << " entry " << i;
+            if (i == 0) EXPECT_EQ(p, 0);
+            if (i + 1 == want.size()) EXPECT_EQ(p, 100);
+            EXPECT_GE(p, prev) << "entry " << i;
             prev = p;
             rc = DBfpGoNextKey(tag, key, &rec);
         }
@@ -194,11 +188,11 @@ TEST_F(CdxFixture, PercentagesRunFromZeroToOneHundredAlongTheWalk) {
             size_t at = 0;
             while (at < want.size() && want[at].rec != rec) at++;
             ASSERT_LT(at, want.size());
-            EXPECT_GE(at, last) << t.name << " " << q;
+            EXPECT_GE(at, last) << "percent " << q;
             last = at;
             // Read back, the percentage is close to the one asked for.
             ASSERT_EQ(DBfpGetKeyPercent(tag, &p), 0);
-            EXPECT_NEAR(p, q, 12) << t.name;
+            EXPECT_NEAR(p, q, 12);
             if (q == 0) EXPECT_EQ(rec, want.front().rec);
             if (q == 100) EXPECT_EQ(rec, want.back().rec);
         }

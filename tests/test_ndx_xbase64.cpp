@@ -176,12 +176,31 @@ TEST_F(NdxXbase64, HeadersWalksAndSearchesOfTheirIndexes) {
     }
 }
 
-// A key length that is no multiple of 4: the header's item length is the
-// key length + 8 rounded up (20 for 10), as the layout says, but xbase64
-// lays its items 18 bytes apart (and, over a few thousand keys, crashes).
-// Read by the layout, the nodes are not sound: the check says so, and
-// nothing crashes or loops.
-TEST_F(NdxXbase64, UnroundedItemsAreFoundDamaged) {
+// Two trees of theirs that are damaged by the layout; the check says so,
+// and a walk stops with a status, never crashing or looping.
+// - A key length that is no multiple of 4: the header's item length is the
+//   key length + 8 rounded up (20 for 10), as the layout says, but xbase64
+//   lays its items 18 bytes apart (and, over a few thousand keys, crashes).
+// - Grown to four levels, an interior node whose count names children it
+//   never wrote (block 0).
+TEST_F(NdxXbase64, TheirDamagedTreesAreFoundDamaged) {
+    auto damaged = [&](const std::string &f, const char *msg, int most) {
+        const short h = open(f);
+        DBINDEXCHECK chk;
+        EXPECT_EQ(DBd3CheckIndex(h, &chk, 0), DBE_CORRUPT);
+        EXPECT_NE(chk.msg[0], '\0');
+        EXPECT_NE(std::string(chk.msg).find(msg), std::string::npos) << chk.msg;
+        char key[32];
+        int32_t rec = 0;
+        int rc = DBd3GoFirstKey(h, key, &rec), n = 0;
+        for (; rc == 0 && n < 10000; n++) rc = DBd3GoNextKey(h, key, &rec);
+        EXPECT_LT(rc, 0);
+        EXPECT_LT(n, most);
+        ASSERT_EQ(DBd3CloseIndex(h), 0);
+    };
+    append(kRows + 1, 3000);
+    ASSERT_TRUE(xbase64(path("name4.ndx"), "NAME"));
+    damaged(path("name4.ndx"), "block 0", 3000);
     const std::string small = path("small.dbf");
     DBFIELD code[1] = {{"CODE", 'C', 10, 0}};
     ASSERT_EQ(DBCreateFile(cs(small.c_str()), 1, code, 1), 0);
@@ -197,45 +216,12 @@ TEST_F(NdxXbase64, UnroundedItemsAreFoundDamaged) {
     }
     ASSERT_EQ(DBCloseFile(t_), 0);
     table_ = small;
-    const std::string f = path("code.ndx");
-    ASSERT_TRUE(xbase64(f, "CODE"));
-    const std::vector<uint8_t> b = xbt::readFile(f);
+    ASSERT_TRUE(xbase64(path("code.ndx"), "CODE"));
+    const std::vector<uint8_t> b = xbt::readFile(path("code.ndx"));
     EXPECT_EQ(b[18], 20);
     // The first leaf's second item starts 4 + 18 bytes in, not 4 + 20.
-    const size_t leaf = 512;
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[leaf + 4 + 18 + 8]), 8), "C0000001");
-    const short h = open(f);
-    DBINDEXCHECK chk;
-    EXPECT_EQ(DBd3CheckIndex(h, &chk, 0), DBE_CORRUPT);
-    EXPECT_NE(chk.msg[0], '\0');
-    char key[32];
-    int32_t rec = 0;
-    int rc = DBd3GoFirstKey(h, key, &rec);
-    for (int n = 0; rc == 0 && n < 10000; n++) rc = DBd3GoNextKey(h, key, &rec);
-    EXPECT_NE(rc, 0);
-    ASSERT_EQ(DBd3CloseIndex(h), 0);
-}
-
-// Grown to four levels, xbase64's tree has an interior node whose count
-// names children it never wrote (block 0): our check finds it, and walks and
-// searches stop with a status where they meet it.
-TEST_F(NdxXbase64, TheirFourLevelTreesAreDamaged) {
-    append(kRows + 1, 3000);
-    ASSERT_EQ(DBFlushFile(t_), 0);
-    const std::string f = path("name4.ndx");
-    ASSERT_TRUE(xbase64(f, "NAME"));
-    const short h = open(f);
-    DBINDEXCHECK chk;
-    EXPECT_EQ(DBd3CheckIndex(h, &chk, 0), DBE_CORRUPT);
-    EXPECT_NE(std::string(chk.msg).find("block 0"), std::string::npos) << chk.msg;
-    char key[32];
-    int32_t rec = 0;
-    int rc = DBd3GoFirstKey(h, key, &rec);
-    int n = 0;
-    for (; rc == 0 && n < 4000; n++) rc = DBd3GoNextKey(h, key, &rec);
-    EXPECT_LT(rc, 0);
-    EXPECT_LT(n, 3000);
-    ASSERT_EQ(DBd3CloseIndex(h), 0);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[512 + 4 + 18 + 8]), 8), "C0000001");
+    damaged(path("code.ndx"), "", 40);
 }
 
 // Their index changed by us as records change: still sound, still the
