@@ -70,22 +70,18 @@ protected:
             ADD_FAILURE() << "the xbase64 writer was not built: make deps installs libxbase64-dev and libxbase64-1:i386";
             return false;
         }
-        if (runner.empty()) {
+        for (const std::string &r : {"'" + w + "'", "qemu-i386 '" + w + "'"}) {
             int st = -1;
-            xbt::run("'" + w + "' --probe 2>/dev/null", &st);
-            if (st == 0) {
-                runner = "'" + w + "'";
-            } else {
-                xbt::run("qemu-i386 '" + w + "' --probe 2>/dev/null", &st);
-                if (st != 0) {
-                    ADD_FAILURE() << "the 32-bit xbase64 writer runs neither natively nor under qemu-i386 (qemu-user)";
-                    return false;
-                }
-                runner = "qemu-i386 '" + w + "'";
-            }
+            if (runner.empty()) xbt::run(r + " --probe 2>/dev/null", &st);
+            if (st == 0) runner = r;
+        }
+        if (runner.empty()) {
+            ADD_FAILURE() << "the 32-bit xbase64 writer runs neither natively nor under qemu-i386 (qemu-user)";
+            return false;
         }
         int st = -1;
-        const std::string out = xbt::run(runner + " '" + table_ + "' '" + ndx + "' " + expr + (unique ? " unique" : "") + " 2>&1", &st);
+        const std::string args = " '" + table_ + "' '" + ndx + "' " + expr + (unique ? " unique" : "");
+        const std::string out = xbt::run(runner + args + " 2>&1", &st);
         EXPECT_EQ(st, 0) << out;
         return st == 0;
     }
