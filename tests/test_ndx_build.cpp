@@ -196,9 +196,7 @@ TEST_F(NdxBuild, BuildsAgainstTheTableAndTheLayout) {
         short h = -1;
         ASSERT_EQ(DBd3OpenIndex(&h, cs(f.c_str()), 0), 0);
         EXPECT_TRUE(idx::same(idx::walk(idx::kNdx, h, lay.k), want));
-        DBINDEXCHECK chk;
-        EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
-        EXPECT_EQ(chk.keys, static_cast<int32_t>(want.size()));
+        EXPECT_EQ(idx::check(idx::kNdx, h, "built").keys, static_cast<int32_t>(want.size()));
         for (size_t i = 0; i < want.size(); i += 37) {
             ASSERT_GE(DBGetRecord(t_, want[i].rec), 0);
             char *k = nullptr;

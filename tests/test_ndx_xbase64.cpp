@@ -140,8 +140,7 @@ TEST_F(NdxXbase64, HeadersWalksAndSearchesOfTheirIndexes) {
         // Equal keys are xbase64's to order: the same entries, keys in order.
         EXPECT_TRUE(idx::same(ndxt::inOrder(got, c.kind == 'N', false), want));
         for (size_t i = 0; i < got.size() && i < want.size(); i++) ASSERT_EQ(got[i].key, want[i].key) << i;
-        DBINDEXCHECK chk;
-        EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
+        const DBINDEXCHECK chk = idx::check(idx::kNdx, h, "theirs");
         EXPECT_EQ(chk.keys, static_cast<int32_t>(want.size()));
         EXPECT_GE(chk.height, 2);
         idx::expectFound(idx::kNdx, h, got, k, 2);
@@ -236,8 +235,7 @@ TEST_F(NdxXbase64, ChangedByUs) {
                    key[4 + rng.below(5)] = static_cast<char>('0' + rng.below(10));
                    return key;
                });
-    DBINDEXCHECK chk;
-    EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
+    idx::check(idx::kNdx, h, "changed");
     std::vector<KeyLine> got = idx::walk(idx::kNdx, h, 20);
     std::sort(got.begin(), got.end(), [](const KeyLine &a, const KeyLine &b) {
         return a.key != b.key ? a.key < b.key : a.rec < b.rec;
