@@ -142,7 +142,7 @@ TEST_F(CdxShare, SharedReaderSeesPagesAnotherProcessChanged) {
     EXPECT_EQ(next, it->second);
     std::vector<KeyLine> want;
     for (const auto &e : after) want.push_back({e.second, e.first});
-    cdx::expectSame(cdx::walk(tag), want, "after the other process");
+    EXPECT_TRUE(idx::same(cdx::walk(tag), want)) << "after the other process";
     cdx::expectSound(tag, want.size(), "after the other process");
     ASSERT_EQ(DBfpCloseIndex(h), 0);
 }
@@ -195,7 +195,7 @@ TEST_F(CdxShare, TwoWritersLoseNothingAndAReaderNeverSeesATornTree) {
     const int tag = openTag(f, 0, &h);
     std::vector<KeyLine> want;
     for (int n = 0; n < 2 * per; n++) want.push_back({n + 1, keyOf(n)});
-    cdx::expectSame(cdx::walk(tag), want, "both writers");
+    EXPECT_TRUE(idx::same(cdx::walk(tag), want)) << "both writers";
     cdx::expectSound(tag, want.size(), "both writers");
     ASSERT_EQ(DBfpCloseIndex(h), 0);
 }

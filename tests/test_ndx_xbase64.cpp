@@ -5,8 +5,6 @@
 // how they differ.
 #include "ndx_util.h"
 
-#include <set>
-
 using idx::cs;
 using idx::KeyLine;
 
@@ -72,22 +70,18 @@ protected:
             ADD_FAILURE() << "the xbase64 writer was not built: make deps installs libxbase64-dev and libxbase64-1:i386";
             return false;
         }
-        if (runner.empty()) {
+        for (const std::string &r : {"'" + w + "'", "qemu-i386 '" + w + "'"}) {
             int st = -1;
-            xbt::run("'" + w + "' --probe 2>/dev/null", &st);
-            if (st == 0) {
-                runner = "'" + w + "'";
-            } else {
-                xbt::run("qemu-i386 '" + w + "' --probe 2>/dev/null", &st);
-                if (st != 0) {
-                    ADD_FAILURE() << "the 32-bit xbase64 writer runs neither natively nor under qemu-i386 (qemu-user)";
-                    return false;
-                }
-                runner = "qemu-i386 '" + w + "'";
-            }
+            if (runner.empty()) xbt::run(r + " --probe 2>/dev/null", &st);
+            if (st == 0) runner = r;
+        }
+        if (runner.empty()) {
+            ADD_FAILURE() << "the 32-bit xbase64 writer runs neither natively nor under qemu-i386 (qemu-user)";
+            return false;
         }
         int st = -1;
-        const std::string out = xbt::run(runner + " '" + table_ + "' '" + ndx + "' " + expr + (unique ? " unique" : "") + " 2>&1", &st);
+        const std::string args = " '" + table_ + "' '" + ndx + "' " + expr + (unique ? " unique" : "");
+        const std::string out = xbt::run(runner + args + " 2>&1", &st);
         EXPECT_EQ(st, 0) << out;
         return st == 0;
     }
@@ -100,85 +94,69 @@ protected:
     int t_ = -1;
 };
 
-struct Case {
-    const char *file, *expr;
-    bool unique;
-    char kind;  // 'C' name, 'N' amount, 'D' hired
-};
-
-// Every index walks both ways to the table's keys, passes the whole-tree
-// check, and finds each key, and each key with its record, by search.
-TEST_F(NdxXbase64, OpenWalkAndSearchTheirIndexes) {
-    const Case cases[] = {{"name.ndx", "NAME", false, 'C'}, {"uname.ndx", "NAME", true, 'C'},
-                          {"amount.ndx", "AMOUNT", false, 'N'}, {"hired.ndx", "HIRED", false, 'D'}};
-    for (const Case &c : cases) {
+// Their files, header byte by byte: where they follow the layout, and the
+// two places they do not (a key count at 8, dates as text keys). Every index
+// walks both ways to the table's keys, passes the whole-tree check, and
+// finds each key, and each key with its record, by search.
+TEST_F(NdxXbase64, HeadersWalksAndSearchesOfTheirIndexes) {
+    const struct {
+        const char *file, *expr;
+        bool unique;
+        char kind;  // 'C' name, 'N' amount, 'D' hired
+        int k, type, il;
+    } cases[] = {{"name.ndx", "NAME", false, 'C', 20, 0, 28}, {"uname.ndx", "NAME", true, 'C', 20, 0, 28},
+                 {"amount.ndx", "AMOUNT", false, 'N', 8, 1, 16}, {"hired.ndx", "HIRED", false, 'D', 8, 0, 16}};
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.file);
         const std::string f = path(c.file);
         ASSERT_TRUE(xbase64(f, c.expr, c.unique));
+        const std::vector<uint8_t> b = xbt::readFile(f);
+        ASSERT_GE(b.size(), 1024u);
+        EXPECT_EQ(idx::le32(b, 4) * 512, b.size());
+        EXPECT_LT(idx::le32(b, 0), idx::le32(b, 4));
+        EXPECT_EQ(idx::le16(b, 12), c.k);
+        EXPECT_EQ(idx::le16(b, 14), (512 - 8) / c.il);
+        EXPECT_EQ(idx::le16(b, 16), c.type);  // a date field: character keys "yyyymmdd"
+        EXPECT_EQ(idx::le16(b, 18), c.il);
+        EXPECT_EQ(b[23], c.unique ? 1 : 0);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[24])), c.expr);
+        // Bytes 8..11: xbase64 keeps the number of keys + 1 there; the
+        // layout leaves it to the writer and we ignore it.
+        if (!c.unique) EXPECT_EQ(idx::le32(b, 8), kRows + 1u);
         const short h = open(f);
         DBD3INDEXINFO info;
         ASSERT_EQ(DBd3GetIndexInfo(h, &info), 0);
-        const int k = info.keylen;
+        const size_t k = static_cast<size_t>(info.keylen);
         EXPECT_EQ(info.unique, c.unique ? 1 : 0);
-        // What the table says the index holds, by key then record.
-        std::vector<KeyLine> want;
-        std::set<std::string> seen;
+        // What the table says the index holds, in index order.
+        std::vector<KeyLine> keys;
         for (int i = 1; i <= kRows; i++) {
             const Row r = row(i);
-            const std::string key = c.kind == 'N' ? ndxt::dbl(r.amount) : c.kind == 'D' ? r.hired : r.name;
-            if (c.unique && !seen.insert(key).second) continue;
-            want.push_back({i, key});
+            keys.push_back({i, c.kind == 'N' ? ndxt::dbl(r.amount) : c.kind == 'D' ? r.hired : r.name});
         }
-        auto byKey = [&](const KeyLine &a, const KeyLine &b) {
-            const int d = c.kind == 'N' ? (ndxt::val(a.key) < ndxt::val(b.key) ? -1 : ndxt::val(a.key) > ndxt::val(b.key))
-                                        : a.key.compare(b.key);
-            return d != 0 ? d < 0 : a.rec < b.rec;
-        };
-        std::sort(want.begin(), want.end(), byKey);
-        const std::vector<KeyLine> got = idx::walk(idx::kNdx, h, k), back = idx::walk(idx::kNdx, h, k, false);
-        EXPECT_TRUE(idx::same(back, got));
+        const std::vector<KeyLine> want = ndxt::inOrder(keys, c.kind == 'N', c.unique);
+        const std::vector<KeyLine> got = idx::walk(idx::kNdx, h, info.keylen);
+        EXPECT_TRUE(idx::same(idx::walk(idx::kNdx, h, info.keylen, false), got));
         // Equal keys are xbase64's to order: the same entries, keys in order.
-        std::vector<KeyLine> sorted = got;
-        std::sort(sorted.begin(), sorted.end(), byKey);
-        EXPECT_TRUE(idx::same(sorted, want));
+        EXPECT_TRUE(idx::same(ndxt::inOrder(got, c.kind == 'N', false), want));
         for (size_t i = 0; i < got.size() && i < want.size(); i++) ASSERT_EQ(got[i].key, want[i].key) << i;
-        DBINDEXCHECK chk;
-        EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
+        const DBINDEXCHECK chk = idx::check(idx::kNdx, h, "theirs");
         EXPECT_EQ(chk.keys, static_cast<int32_t>(want.size()));
         EXPECT_GE(chk.height, 2);
-        // Each key: mode 1 reaches its first entry, mode 2 each entry.
-        for (size_t i = 0; i < got.size(); i += 1 + (i % 3)) {
-            size_t first = i;
-            while (first > 0 && got[first - 1].key == got[i].key) first--;
-            char key[64];
-            std::memcpy(key, got[i].key.data(), static_cast<size_t>(k));
-            key[k] = '\0';
-            int32_t rec = got[i].rec;
-            ASSERT_EQ(DBd3KeySearch(h, key, &rec, 2), 0) << i;
-            EXPECT_EQ(rec, got[i].rec);
-            std::memcpy(key, got[i].key.data(), static_cast<size_t>(k));
-            ASSERT_EQ(DBd3KeySearch(h, key, &rec, 1), 0) << i;
-            EXPECT_EQ(rec, got[first].rec) << i;
-        }
-        // Keys that are not there: the greatest below, or the first with 203.
+        idx::expectFound(idx::kNdx, h, got, k, 2);
+        // Keys that are not there: every mode for a text; a number between
+        // two, which leaves the greatest below, and one below them all.
+        if (c.kind != 'N') idx::expectModes(idx::kNdx, h, got, c.kind == 'D' ? "19990230" : "NAME00500x", k);
         char key[64];
         int32_t rec = 0;
+        double v = 1;
         if (c.kind == 'N') {
             ASSERT_EQ(DBd3DoubleToKey(h, key, 0.3), 0);
             ASSERT_EQ(DBd3KeySearch(h, key, &rec, 1), DBW_KEYNOTFOUND);
-            double v = 0;
             ASSERT_EQ(DBd3KeyToDouble(&v, key), 0);
             EXPECT_EQ(v, 0.0);
             ASSERT_EQ(DBd3DoubleToKey(h, key, -1e9), 0);
             EXPECT_EQ(DBd3KeySearch(h, key, &rec, 1), DBW_NOMOREKEYS);
-        } else {
-            const std::string probe = c.kind == 'D' ? "19990230" : "NAME00500x";
-            size_t below = 0;
-            while (below + 1 < got.size() && got[below + 1].key.compare(0, probe.size(), probe) < 0) below++;
-            std::strcpy(key, probe.c_str());
-            ASSERT_EQ(DBd3KeySearch(h, key, &rec, 1), DBW_KEYNOTFOUND);
-            EXPECT_EQ(std::string(key), got[below].key);
-            EXPECT_EQ(rec, got[below].rec);
         }
         // Our key maker agrees with the keys they stored: for a date field
         // indexed as text, "yyyymmdd".
@@ -186,46 +164,38 @@ TEST_F(NdxXbase64, OpenWalkAndSearchTheirIndexes) {
             ASSERT_GE(DBGetRecord(t_, got[i].rec), 0);
             char *made = nullptr;
             ASSERT_EQ(DBd3MakeKey(t_, h, &made), 0);
-            EXPECT_EQ(std::string(made, static_cast<size_t>(k)), got[i].key) << i;
+            EXPECT_EQ(std::string(made, k), got[i].key) << i;
             DBFreeMemory(made, "test", 0);
         }
         ASSERT_EQ(DBd3CloseIndex(h), 0);
     }
 }
 
-// Their files, header byte by byte: where they follow the layout, and the
-// two places they do not (a key count at 8, dates as text keys).
-TEST_F(NdxXbase64, TheirHeadersAgainstTheLayout) {
-    struct H { const char *file, *expr; int k, type, il; } cases[] = {
-        {"name.ndx", "NAME", 20, 0, 28}, {"amount.ndx", "AMOUNT", 8, 1, 16}, {"hired.ndx", "HIRED", 8, 0, 16}};
-    for (const H &c : cases) {
-        SCOPED_TRACE(c.file);
-        const std::string f = path(c.file);
-        ASSERT_TRUE(xbase64(f, c.expr));
-        const std::vector<uint8_t> b = xbt::readFile(f);
-        ASSERT_GE(b.size(), 1024u);
-        auto le16 = [&](size_t at) { return b[at] | b[at + 1] << 8; };
-        auto le32 = [&](size_t at) { return static_cast<long>(le16(at) | le16(at + 2) << 16); };
-        EXPECT_EQ(le32(4) * 512, static_cast<long>(b.size()));
-        EXPECT_LT(le32(0), le32(4));
-        EXPECT_EQ(le16(12), c.k);
-        EXPECT_EQ(le16(14), (512 - 8) / c.il);
-        EXPECT_EQ(le16(16), c.type);  // a date field: character keys "yyyymmdd"
-        EXPECT_EQ(le16(18), c.il);
-        EXPECT_EQ(b[23], 0);
-        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[24])), c.expr);
-        // Bytes 8..11: xbase64 keeps the number of keys + 1 there; the
-        // layout leaves it to the writer and we ignore it.
-        EXPECT_EQ(le32(8), kRows + 1);
-    }
-}
-
-// A key length that is no multiple of 4: the header's item length is the
-// key length + 8 rounded up (20 for 10), as the layout says, but xbase64
-// lays its items 18 bytes apart (and, over a few thousand keys, crashes).
-// Read by the layout, the nodes are not sound: the check says so, and
-// nothing crashes or loops.
-TEST_F(NdxXbase64, UnroundedItemsAreFoundDamaged) {
+// Two trees of theirs that are damaged by the layout; the check says so,
+// and a walk stops with a status, never crashing or looping.
+// - A key length that is no multiple of 4: the header's item length is the
+//   key length + 8 rounded up (20 for 10), as the layout says, but xbase64
+//   lays its items 18 bytes apart (and, over a few thousand keys, crashes).
+// - Grown to four levels, an interior node whose count names children it
+//   never wrote (block 0).
+TEST_F(NdxXbase64, TheirDamagedTreesAreFoundDamaged) {
+    auto damaged = [&](const std::string &f, const char *msg, int most) {
+        const short h = open(f);
+        DBINDEXCHECK chk;
+        EXPECT_EQ(DBd3CheckIndex(h, &chk, 0), DBE_CORRUPT);
+        EXPECT_NE(chk.msg[0], '\0');
+        EXPECT_NE(std::string(chk.msg).find(msg), std::string::npos) << chk.msg;
+        char key[32];
+        int32_t rec = 0;
+        int rc = DBd3GoFirstKey(h, key, &rec), n = 0;
+        for (; rc == 0 && n < 10000; n++) rc = DBd3GoNextKey(h, key, &rec);
+        EXPECT_LT(rc, 0);
+        EXPECT_LT(n, most);
+        ASSERT_EQ(DBd3CloseIndex(h), 0);
+    };
+    append(kRows + 1, 3000);
+    ASSERT_TRUE(xbase64(path("name4.ndx"), "NAME"));
+    damaged(path("name4.ndx"), "block 0", 3000);
     const std::string small = path("small.dbf");
     DBFIELD code[1] = {{"CODE", 'C', 10, 0}};
     ASSERT_EQ(DBCreateFile(cs(small.c_str()), 1, code, 1), 0);
@@ -241,45 +211,12 @@ TEST_F(NdxXbase64, UnroundedItemsAreFoundDamaged) {
     }
     ASSERT_EQ(DBCloseFile(t_), 0);
     table_ = small;
-    const std::string f = path("code.ndx");
-    ASSERT_TRUE(xbase64(f, "CODE"));
-    const std::vector<uint8_t> b = xbt::readFile(f);
+    ASSERT_TRUE(xbase64(path("code.ndx"), "CODE"));
+    const std::vector<uint8_t> b = xbt::readFile(path("code.ndx"));
     EXPECT_EQ(b[18], 20);
     // The first leaf's second item starts 4 + 18 bytes in, not 4 + 20.
-    const size_t leaf = 512;
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[leaf + 4 + 18 + 8]), 8), "C0000001");
-    const short h = open(f);
-    DBINDEXCHECK chk;
-    EXPECT_EQ(DBd3CheckIndex(h, &chk, 0), DBE_CORRUPT);
-    EXPECT_NE(chk.msg[0], '\0');
-    char key[32];
-    int32_t rec = 0;
-    int rc = DBd3GoFirstKey(h, key, &rec);
-    for (int n = 0; rc == 0 && n < 10000; n++) rc = DBd3GoNextKey(h, key, &rec);
-    EXPECT_NE(rc, 0);
-    ASSERT_EQ(DBd3CloseIndex(h), 0);
-}
-
-// Grown to four levels, xbase64's tree has an interior node whose count
-// names children it never wrote (block 0): our check finds it, and walks and
-// searches stop with a status where they meet it.
-TEST_F(NdxXbase64, TheirFourLevelTreesAreDamaged) {
-    append(kRows + 1, 3000);
-    ASSERT_EQ(DBFlushFile(t_), 0);
-    const std::string f = path("name4.ndx");
-    ASSERT_TRUE(xbase64(f, "NAME"));
-    const short h = open(f);
-    DBINDEXCHECK chk;
-    EXPECT_EQ(DBd3CheckIndex(h, &chk, 0), DBE_CORRUPT);
-    EXPECT_NE(std::string(chk.msg).find("block 0"), std::string::npos) << chk.msg;
-    char key[32];
-    int32_t rec = 0;
-    int rc = DBd3GoFirstKey(h, key, &rec);
-    int n = 0;
-    for (; rc == 0 && n < 4000; n++) rc = DBd3GoNextKey(h, key, &rec);
-    EXPECT_LT(rc, 0);
-    EXPECT_LT(n, 3000);
-    ASSERT_EQ(DBd3CloseIndex(h), 0);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[512 + 4 + 18 + 8]), 8), "C0000001");
+    damaged(path("code.ndx"), "", 40);
 }
 
 // Their index changed by us as records change: still sound, still the
@@ -288,27 +225,22 @@ TEST_F(NdxXbase64, ChangedByUs) {
     const std::string f = path("name.ndx");
     ASSERT_TRUE(xbase64(f, "NAME"));
     const short h = open(f);
-    std::vector<KeyLine> start = idx::walk(idx::kNdx, h, 20);
-    std::multiset<std::pair<std::string, int32_t>> model;
-    for (const KeyLine &l : start) model.insert({l.key, l.rec});
+    // Equal keys are xbase64's to order: entries compared by key and record.
+    idx::Model model(false, true);
+    for (const KeyLine &l : idx::walk(idx::kNdx, h, 20)) ASSERT_TRUE(model.add(l.key, l.rec));
     idx::Rng rng(11);
-    for (int i = 0; i < 1500; i++) {
-        const KeyLine &old = start[rng.below(static_cast<uint32_t>(start.size()))];
-        if (!model.count({old.key, old.rec})) continue;
-        std::string key = old.key;
-        key[4 + rng.below(5)] = static_cast<char>('0' + rng.below(10));
-        ASSERT_EQ(DBd3DeleteKey(h, cs(old.key.c_str()), old.rec), 0) << i;
-        model.erase(model.find({old.key, old.rec}));
-        const int rc = DBd3AddKey(h, cs(key.c_str()), old.rec);
-        ASSERT_EQ(rc, model.count({key, old.rec}) ? DBW_EXISTS : 0) << i;
-        model.insert({key, old.rec});
-    }
-    DBINDEXCHECK chk;
-    EXPECT_EQ(DBd3CheckIndex(h, &chk, 1), 0) << chk.msg;
-    const std::vector<KeyLine> got = idx::walk(idx::kNdx, h, 20);
-    std::multiset<std::pair<std::string, int32_t>> have;
-    for (const KeyLine &l : got) have.insert({l.key, l.rec});
-    EXPECT_EQ(have, model);
+    idx::rekey(model, rng, 1500, [&](char *key, int32_t rec) { return DBd3DeleteKey(h, key, rec); },
+               [&](char *key, int32_t rec) { return DBd3AddKey(h, key, rec); }, [&](const KeyLine &old) {
+                   std::string key = old.key;
+                   key[4 + rng.below(5)] = static_cast<char>('0' + rng.below(10));
+                   return key;
+               });
+    idx::check(idx::kNdx, h, "changed");
+    std::vector<KeyLine> got = idx::walk(idx::kNdx, h, 20);
+    std::sort(got.begin(), got.end(), [](const KeyLine &a, const KeyLine &b) {
+        return a.key != b.key ? a.key < b.key : a.rec < b.rec;
+    });
+    EXPECT_TRUE(idx::same(got, model.entries()));
     ASSERT_EQ(DBd3CloseIndex(h), 0);
 }
 

@@ -55,110 +55,67 @@ protected:
     std::vector<KeyLine> walk(short h, bool forward) { return idx::walk(idx::kNtx, h, keylen(h), forward); }
 };
 
-TEST_F(NtxFixture, WalksBothWaysLikeTheDumps) {
+// Both ways like the dump, sound; every entry found by key and record, and
+// every mode against the answer the dump gives for its key; a prefix finds
+// the first key that begins with it; percentages agree along the walk.
+TEST_F(NtxFixture, WalksSearchesAndPercentagesLikeTheDumps) {
     for (const Fixture &f : kFixtures) {
+        SCOPED_TRACE(f.tag);
         const short h = open(f.tag);
+        const size_t k = static_cast<size_t>(keylen(h));
         const std::vector<KeyLine> want = expected(h, f);
-        EXPECT_TRUE(idx::same(walk(h, true), want)) << f.tag;
-        EXPECT_TRUE(idx::same(walk(h, false), want)) << f.tag;
-        DBINDEXCHECK chk;
-        EXPECT_EQ(DBclCheckIndex(h, &chk, 0), 0) << f.tag << ": " << chk.msg;
-        EXPECT_EQ(chk.keys, static_cast<int32_t>(want.size()));
-        EXPECT_EQ(DBclCloseIndex(h), 0);
-    }
-}
-
-// Every mode against the answer the dump gives: the first entry at or after
-// the key, the last one before it, and so on.
-TEST_F(NtxFixture, SearchesEveryModeForEveryKey) {
-    for (const Fixture &f : kFixtures) {
-        const short h = open(f.tag);
-        const int k = keylen(h);
-        const std::vector<KeyLine> want = expected(h, f);
+        EXPECT_TRUE(idx::same(walk(h, true), want));
+        EXPECT_TRUE(idx::same(walk(h, false), want));
+        EXPECT_EQ(idx::check(idx::kNtx, h, f.tag).keys, static_cast<int32_t>(want.size()));
         for (size_t i = 0; i < want.size(); i++) {
-            const std::string &key = want[i].key;
-            size_t first = i, end = i;
-            while (first > 0 && want[first - 1].key == key) first--;
-            while (end < want.size() && want[end].key == key) end++;
-            char buf[256];
-            int32_t rec = want[i].rec;
-            std::strcpy(buf, key.c_str());
-            ASSERT_EQ(DBclKeySearch(h, buf, &rec, 2), 0) << f.tag << " " << i;
-            EXPECT_EQ(rec, want[i].rec);
-            EXPECT_EQ(std::string(buf), key);
-            struct Mode { int mode, rc; long at; } modes[] = {
-                {1, 0, static_cast<long>(first)},
-                {13, 0, static_cast<long>(first)},
-                {12, 0, static_cast<long>(first)},
-                {14, 0, static_cast<long>(first)},
-                {11, first == 0 ? DBW_KEYNOTFOUND : 0, first == 0 ? 0 : static_cast<long>(first) - 1},
-                {15, end == want.size() ? DBW_KEYNOTFOUND : 0, end == want.size() ? static_cast<long>(end) - 1 : static_cast<long>(end)},
-            };
-            for (const Mode &m : modes) {
-                std::strcpy(buf, key.c_str());
-                rec = 0;
-                ASSERT_EQ(DBclKeySearch(h, buf, &rec, m.mode), m.rc) << f.tag << " mode " << m.mode << " entry " << i;
-                EXPECT_EQ(rec, want[static_cast<size_t>(m.at)].rec) << f.tag << " mode " << m.mode << " entry " << i;
-                EXPECT_EQ(std::string(buf), want[static_cast<size_t>(m.at)].key);
-            }
+            const idx::Hit both = idx::search(DBclKeySearch, h, want[i].key, 2, k, want[i].rec);
+            ASSERT_EQ(both.rc, 0) << i;
+            EXPECT_EQ(both.rec, want[i].rec) << i;
+            EXPECT_EQ(both.key, want[i].key) << i;
+            idx::expectModes(idx::kNtx, h, want, want[i].key, k);
             if (f.kind != 'C' || i % 7 != 0) continue;
-            // A prefix finds the first key that begins with it.
-            for (size_t len : {size_t{1}, size_t{3}, static_cast<size_t>(k) - 1}) {
-                const std::string pre = key.substr(0, len);
+            for (size_t len : {size_t{1}, size_t{3}, k - 1}) {
+                const std::string pre = want[i].key.substr(0, len);
                 size_t at = 0;
                 while (want[at].key.compare(0, len, pre) != 0) at++;
-                std::strcpy(buf, pre.c_str());
-                ASSERT_EQ(DBclKeySearch(h, buf, &rec, 1), 0) << f.tag << " prefix '" << pre << "'";
-                EXPECT_EQ(rec, want[at].rec);
+                const idx::Hit got = idx::search(DBclKeySearch, h, pre, 1, k);
+                ASSERT_EQ(got.rc, 0) << "prefix '" << pre << "'";
+                EXPECT_EQ(got.rec, want[at].rec) << "prefix '" << pre << "'";
             }
         }
-        EXPECT_EQ(DBclCloseIndex(h), 0);
-    }
-}
-
-// The first key is at 0; the key at a key's percentage has that percentage
-// again; 0 and 100 reach the ends. (Along the walk the percentage is not
-// monotonic: an interior key counts by its position in its own page, so it
-// reads as the start of its page's span although the keys of the subtree
-// before it come first.)
-TEST_F(NtxFixture, PercentagesAgreeAlongTheWalk) {
-    for (const Fixture &f : kFixtures) {
-        const short h = open(f.tag);
-        const std::vector<KeyLine> want = expected(h, f);
-        for (size_t i = 0; i < want.size(); i++) {
-            int p = -1;
-            ASSERT_EQ(DBclGetKeyPercent(h, &p, cs(want[i].key.c_str()), want[i].rec), 0) << f.tag << " " << i;
-            if (i == 0) EXPECT_EQ(p, 0) << f.tag;
-            EXPECT_GE(p, 0);
-            EXPECT_LE(p, 100);
-            char key[256];
-            int32_t rec = 0;
-            ASSERT_EQ(DBclGetKeyAtPercent(h, p, key, &rec), 0);
-            // The key reached never lies past the percentage asked for, and
-            // misses it by less than one key of the smallest page (9 keys).
-            int back = -1;
-            ASSERT_EQ(DBclGetKeyPercent(h, &back, key, rec), 0);
-            EXPECT_LE(back, p) << f.tag << " entry " << i;
-            EXPECT_LE(p - back, 12) << f.tag << " entry " << i;
-        }
-        // Higher percentages never reach earlier keys.
-        long prev = -1;
-        for (int p = 0; p <= 100; p++) {
-            char key[256];
-            int32_t rec = 0;
-            ASSERT_EQ(DBclGetKeyAtPercent(h, p, key, &rec), 0);
-            long at = 0;
-            while (at < static_cast<long>(want.size()) && (want[static_cast<size_t>(at)].rec != rec || want[static_cast<size_t>(at)].key != key)) at++;
-            ASSERT_LT(at, static_cast<long>(want.size())) << f.tag << " " << p;
-            EXPECT_GE(at, prev) << f.tag << " percent " << p;
-            prev = at;
-        }
+        // Percentages: the first key is at 0; the key at a key's percentage
+        // has that percentage again; 0 and 100 reach the ends. (Along the walk
+        // the percentage is not monotonic: an interior key counts by its
+        // position in its own page, so it reads as the start of its page's
+        // span although the keys of the subtree before it come first.)
         char key[256];
         int32_t rec = 0;
-        ASSERT_EQ(DBclGetKeyAtPercent(h, 100, key, &rec), 0);
-        EXPECT_EQ(rec, want.back().rec);
-        ASSERT_EQ(DBclGetKeyAtPercent(h, 0, key, &rec), 0);
-        EXPECT_EQ(rec, want.front().rec);
+        for (size_t i = 0; i < want.size(); i++) {
+            int p = -1, back = -1;
+            ASSERT_EQ(DBclGetKeyPercent(h, &p, cs(want[i].key.c_str()), want[i].rec), 0) << i;
+            if (i == 0) EXPECT_EQ(p, 0);
+            EXPECT_GE(p, 0) << i;
+            EXPECT_LE(p, 100) << i;
+            // The key reached never lies past the percentage asked for, and
+            // misses it by less than one key of the smallest page (9 keys).
+            ASSERT_EQ(DBclGetKeyAtPercent(h, p, key, &rec), 0);
+            ASSERT_EQ(DBclGetKeyPercent(h, &back, key, rec), 0);
+            EXPECT_LE(back, p) << "entry " << i;
+            EXPECT_LE(p - back, 12) << "entry " << i;
+        }
+        // Higher percentages never reach earlier keys; 0 and 100 the ends.
+        long prev = -1;
+        for (int p = 0; p <= 100; p++) {
+            ASSERT_EQ(DBclGetKeyAtPercent(h, p, key, &rec), 0);
+            const long at = std::find_if(want.begin(), want.end(), [&](const KeyLine &l) {
+                                return l.rec == rec && l.key == key;
+                            }) - want.begin();
+            ASSERT_LT(at, static_cast<long>(want.size())) << "percent " << p;
+            EXPECT_GE(at, prev) << "percent " << p;
+            if (p == 0) EXPECT_EQ(at, 0);
+            if (p == 100) EXPECT_EQ(at, static_cast<long>(want.size()) - 1);
+            prev = at;
+        }
         EXPECT_EQ(DBclCloseIndex(h), 0);
     }
 }
@@ -168,45 +125,43 @@ TEST_F(NtxFixture, PercentagesAgreeAlongTheWalk) {
 TEST_F(NtxFixture, ChangedLikeRecordsChangeWalksLikeTheChangedDump) {
     idx::Rng rng(7);
     for (const Fixture &f : kFixtures) {
+        SCOPED_TRACE(f.tag);
         const short h = open(f.tag);
         const int k = keylen(h);
-        const std::vector<KeyLine> start = expected(h, f);
         const bool unique = std::string(f.tag) == "ucity";
         idx::Model model(unique);
-        for (const KeyLine &l : start) ASSERT_TRUE(model.add(l.key, l.rec));
-        for (int round = 0; round < 400; round++) {
-            const KeyLine old = model.pick(rng.next());
-            std::string key;
-            if (f.kind == 'N') {
-                key = numberKey(h, (static_cast<int>(rng.below(2000000)) - 1000000) / 100.0);
-            } else if (f.kind == 'D') {
-                char d[16];
-                std::snprintf(d, sizeof d, "%04u%02u%02u", 1950 + rng.below(90), 1 + rng.below(12), 1 + rng.below(28));
-                key = d;
-            } else {
-                key = old.key;
-                key[rng.below(static_cast<uint32_t>(k))] = static_cast<char>('A' + rng.below(6));
-            }
-            ASSERT_EQ(DBclDeleteKey(h, cs(old.key.c_str()), old.rec), 0) << f.tag << " round " << round;
-            ASSERT_TRUE(model.del(old.key, old.rec));
-            const bool fresh = model.add(key, old.rec);
-            ASSERT_EQ(DBclAddKey(h, cs(key.c_str()), old.rec), fresh ? 0 : DBW_EXISTS) << f.tag << " round " << round;
-        }
+        for (const KeyLine &l : expected(h, f)) ASSERT_TRUE(model.add(l.key, l.rec));
+        idx::rekey(model, rng, 400, [&](char *key, int32_t rec) { return DBclDeleteKey(h, key, rec); },
+                   [&](char *key, int32_t rec) { return DBclAddKey(h, key, rec); }, [&](const KeyLine &old) {
+                       std::string key = old.key;
+                       if (f.kind == 'C') {
+                           key[rng.below(static_cast<uint32_t>(k))] = static_cast<char>('A' + rng.below(6));
+                       } else if (f.kind == 'N') {
+                           key = numberKey(h, (static_cast<int>(rng.below(2000000)) - 1000000) / 100.0);
+                       } else {
+                           char d[16];
+                           std::snprintf(d, sizeof d, "%04u%02u%02u", 1950 + rng.below(90), 1 + rng.below(12),
+                                         1 + rng.below(28));
+                           key = d;
+                       }
+                       return key;
+                   });
+        ASSERT_FALSE(HasFatalFailure());
         // A key that is not there, and one already there.
         const KeyLine some = model.pick(3);
         EXPECT_EQ(DBclDeleteKey(h, cs(some.key.c_str()), unique ? some.rec : 999999), unique ? 0 : DBW_KEYNOTFOUND);
         if (unique) model.del(some.key, some.rec);
         const KeyLine other = model.pick(5);
         EXPECT_EQ(DBclAddKey(h, cs(other.key.c_str()), other.rec), DBW_EXISTS);
-        EXPECT_TRUE(idx::same(walk(h, true), model.entries())) << f.tag;
-        EXPECT_TRUE(idx::same(walk(h, false), model.entries())) << f.tag;
+        EXPECT_TRUE(idx::same(walk(h, true), model.entries()));
+        EXPECT_TRUE(idx::same(walk(h, false), model.entries()));
         DBINDEXCHECK chk;
-        EXPECT_EQ(DBclCheckIndex(h, &chk, 0), 0) << f.tag << ": " << chk.msg;
+        EXPECT_EQ(DBclCheckIndex(h, &chk, 0), 0) << chk.msg;
         EXPECT_EQ(DBclCloseIndex(h), 0);
         // And the same from the file.
         short again = -1;
         ASSERT_EQ(DBclOpenIndex(&again, cs(path(std::string("hbntx_") + f.tag + ".ntx").c_str()), 0), 0);
-        EXPECT_TRUE(idx::same(walk(again, true), model.entries())) << f.tag << " reopened";
+        EXPECT_TRUE(idx::same(walk(again, true), model.entries())) << "reopened";
         EXPECT_EQ(DBclCloseIndex(again), 0);
     }
 }

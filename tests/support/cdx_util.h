@@ -55,26 +55,7 @@ inline int keylen(int tag) {
 
 // Every entry, first to last (forward) or last to first, in index order.
 inline std::vector<KeyLine> walk(int tag, bool forward = true) {
-    std::vector<KeyLine> out;
-    const int k = keylen(tag);
-    char key[256];
-    int32_t rec = 0;
-    int rc = forward ? DBfpGoFirstKey(tag, key, &rec) : DBfpGoLastKey(tag, key, &rec);
-    while (rc == 0) {
-        out.push_back({rec, std::string(key, static_cast<size_t>(k))});
-        rc = forward ? DBfpGoNextKey(tag, key, &rec) : DBfpGoPreviousKey(tag, key, &rec);
-    }
-    EXPECT_EQ(rc, out.empty() ? DBW_EMPTY : DBW_NOMOREKEYS);
-    if (!forward) std::reverse(out.begin(), out.end());
-    return out;
-}
-
-inline void expectSame(const std::vector<KeyLine> &got, const std::vector<KeyLine> &want, const std::string &what) {
-    ASSERT_EQ(got.size(), want.size()) << what;
-    for (size_t i = 0; i < got.size(); i++) {
-        ASSERT_EQ(got[i].rec, want[i].rec) << what << " entry " << i;
-        ASSERT_EQ(got[i].key, want[i].key) << what << " entry " << i;
-    }
+    return idx::walk(DBfpGoFirstKey, DBfpGoNextKey, DBfpGoLastKey, DBfpGoPreviousKey, tag, keylen(tag), forward);
 }
 
 inline void expectSound(int tag, size_t keys, const std::string &what, int strict = 1) {
@@ -83,14 +64,9 @@ inline void expectSound(int tag, size_t keys, const std::string &what, int stric
     EXPECT_EQ(chk.keys, static_cast<int32_t>(keys)) << what;
 }
 
-// Raw file access for the byte-level tests.
-inline uint32_t le32(const std::vector<uint8_t> &b, size_t at) {
-    return b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) | (static_cast<uint32_t>(b[at + 3]) << 24);
-}
-inline uint32_t be32(const std::vector<uint8_t> &b, size_t at) {
-    return (static_cast<uint32_t>(b[at]) << 24) | (b[at + 1] << 16) | (b[at + 2] << 8) | b[at + 3];
-}
-inline int le16(const std::vector<uint8_t> &b, size_t at) { return b[at] | (b[at + 1] << 8); }
+using idx::be32;
+using idx::le16;
+using idx::le32;
 
 // The leaves of the tree at `root`, left to right, by descending the items
 // (compact interior items: key, record, child; the child is at k + 4).

@@ -43,6 +43,17 @@ inline double unordered(const std::string &s) {
     return v;
 }
 
+// Entries in NDX order: by key, numbers (stored form) in numeric order,
+// equal keys by record; unique, the first of each key given.
+inline std::vector<idx::KeyLine> inOrder(const std::vector<idx::KeyLine> &in, bool numeric, bool unique) {
+    idx::Model m(unique, true);
+    for (const idx::KeyLine &l : in) m.add(numeric ? ordered(val(l.key)) : l.key, l.rec);
+    std::vector<idx::KeyLine> out = m.entries();
+    if (numeric)
+        for (idx::KeyLine &l : out) l.key = dbl(unordered(l.key));
+    return out;
+}
+
 inline int32_t julian(int y, int m, int d) {
     const int a = (14 - m) / 12, yy = y + 4800 - a, mm = m + 12 * a - 3;
     return d + (153 * mm + 2) / 5 + 365 * yy + yy / 4 - yy / 100 + yy / 400 - 32045;
