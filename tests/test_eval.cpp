@@ -214,10 +214,7 @@ TEST_F(EvalTest, HostFunctions) {
 // Every key Harbour wrote into hbntx_*.ntx, recomputed record by record from hbntx.dbf (dates
 // through DTOC(...,1) in a four-digit style); a unique index keeps the first record of each key.
 TEST_F(EvalTest, KeysOfTheHarbourIndexes) {
-    std::string file = fixture("hbntx.dbf");
-    std::vector<uint8_t> bytes = xbt::readFile(file);
-    bytes.at(1) = 26;
-    xbt::writeFile(file, bytes);
+    std::string file = openableFixture("hbntx.dbf");
     int h = -1;
     ASSERT_EQ(DBSetDefaultDateStyle(7), 0);
     ASSERT_EQ(DBOpenFile(&h, file.data(), 1), 0);

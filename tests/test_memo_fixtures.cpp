@@ -50,10 +50,7 @@ TEST_F(MemoFixtures, EveryMemoMatchesTheDumpAndSurvivesPacks) {
         {"hbcdx", "hbcdx.fpt", true, 4},  {"py_vfp", "py_vfp.fpt", true, 10}};
     for (const auto &f : fixtures) {
         SCOPED_TRACE(f.stem);
-        std::string dbfPath = fixture(std::string(f.stem) + ".dbf"), name = "NOTES";
-        auto d = readFile(dbfPath);
-        d[1] = std::min<uint8_t>(d[1], 26);  // some producers store the year as year - 1900
-        writeFile(dbfPath, d);
+        std::string dbfPath = openableFixture(std::string(f.stem) + ".dbf"), name = "NOTES";
         ASSERT_GE(DBOpenFile(&dbf, &dbfPath[0], f.style), 0);
         ASSERT_EQ(DBGetFieldNumber(dbf, &notes, &name[0]), 0);
         m = mt::Memo{f.fpt, fixture(f.memo)};
