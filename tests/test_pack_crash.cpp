@@ -14,15 +14,6 @@ using xbt::Files;
 
 class PackCrash : public xbt::LibTest {
 protected:
-    // The files' bytes, a table's header date left out (a flush sets it).
-    Files read(const std::set<std::string> &which) {
-        Files out;
-        for (const std::string &n : which) {
-            out[n] = xbt::readFile(path(n));
-            if (n.find(".dbf") != std::string::npos) out[n][1] = out[n][2] = out[n][3] = 0;
-        }
-        return out;
-    }
     // Stop the pack after each of its steps in turn. The next open of the
     // table must leave the pair of files as they were or as a whole pack
     // makes them, and nothing else but the names in `litter`. Where a memo
@@ -30,10 +21,10 @@ protected:
     // takes that name first: the repair must leave it alone.
     void everyStep(const std::set<std::string> &pair, const std::set<std::string> &litter,
                    const std::function<int()> &pack, const std::string &backup = "") {
-        const Files before = all(), old = read(pair);
+        const Files before = all(), old = undated(pair);
         const long steps = xbt::runKilledAt(0, pack);
         ASSERT_TRUE(steps > 3 && steps < 255) << steps;
-        const Files packed = read(pair);
+        const Files packed = undated(pair);
         ASSERT_NE(packed, old);
         for (long stop = 1; stop <= steps; stop++) {
             restore(before);
@@ -45,7 +36,7 @@ protected:
             int h = -1;
             ASSERT_EQ(DBOpenFile(&h, tablea::cs(path("t.dbf").c_str()), style_), 0) << "stopped after step " << stop;
             ASSERT_EQ(DBCloseFile(h), 0);
-            const Files now = read(pair);
+            const Files now = undated(pair);
             EXPECT_TRUE(now == old || now == packed) << "neither pair after step " << stop << " of " << steps;
             const std::vector<uint8_t> other = intruder ? xbt::readFile(path(backup)) : std::vector<uint8_t>{};
             if (intruder) EXPECT_EQ(std::string(other.begin(), other.end()), "another file") << stop;

@@ -75,6 +75,17 @@ void LibTest::restore(const Files &files) const {
     for (const auto &[n, bytes] : files) writeFile(path(n), bytes);
 }
 
+Files LibTest::undated(const std::set<std::string> &which) const {
+    Files out;
+    for (const std::string &n : which) {
+        if (n.empty() || !fileExists(path(n))) continue;
+        out[n] = readFile(path(n));
+        if (n.size() > 4 && n.compare(n.size() - 4, 4, ".dbf") == 0 && out[n].size() > 3)
+            out[n][1] = out[n][2] = out[n][3] = 0;
+    }
+    return out;
+}
+
 std::string LibTest::logTo(const std::string &name) const {
     char buf[30] = {};  // the library keeps the log's name in 30 bytes
     EXPECT_LT(path(name).size(), sizeof buf);

@@ -50,6 +50,9 @@ protected:
     std::set<std::string> names() const;
     Files all() const;
     void restore(const Files &files) const;
+    // Those of `which` that exist, each table's header date zeroed (a
+    // flush sets it to today).
+    Files undated(const std::set<std::string> &which) const;
     // Turn the error log on, into the temporary directory; its path.
     std::string logTo(const std::string &name) const;
     TempDir tmp_;
