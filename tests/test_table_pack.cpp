@@ -69,7 +69,7 @@ TEST_F(PackTest, DropsTheDeletedRecordsAndKeepsTheRestInOrder) {
         {0, 2 | DBO_FLUSH, [](int) { return true; }}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.n);
-        const std::string p = path("p" + std::to_string(c.n) + ".dbf"), backup = path("p" + std::to_string(c.n) + ".BAK");
+        const std::string stem = "p" + std::to_string(c.n), p = path(stem + ".dbf"), backup = path(stem + ".BAK");
         int h = people(p, c.n, c.gone, c.mode);
         std::vector<std::string> want;
         for (int i = 1; i <= c.n; i++)
