@@ -503,7 +503,8 @@ TEST_F(ModifySteps, Failed) {
                 int rc = 0;
                 {
                     xbt::Seams seams;
-                    (kind == 0 ? seams.failAt : seams.allocsLeft) = kind == 0 ? k : k - 1;
+                    if (kind == 0) seams.failAt = k;
+                    else seams.allocsLeft = k - 1;
                     rc = modify(sc, &h);
                 }
                 if (rc == -999) continue;  // the open itself failed
