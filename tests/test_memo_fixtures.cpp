@@ -64,6 +64,7 @@ TEST_F(MemoFixtures, EveryMemoMatchesTheDumpAndSurvivesPacks) {
         ASSERT_EQ(DBPutRecord(dbf, &rec, DB_REWRITE), 0);
         ASSERT_EQ(DBFlushFile(dbf), 0);
         auto memoBytes = readFile(m.file), dbfBytes = readFile(dbfPath);
+        const xbt::Files records = undated({f.stem + std::string(".dbf")});
         int fails = 0, rc = 0;
         {
             xbt::Seams seams;  // the table cannot be written once
@@ -72,9 +73,7 @@ TEST_F(MemoFixtures, EveryMemoMatchesTheDumpAndSurvivesPacks) {
         }
         EXPECT_EQ(std::make_pair(rc, fails > 0), std::make_pair(DBE_WRITE, true));
         EXPECT_EQ(readFile(m.file), memoBytes);
-        auto now = readFile(dbfPath);  // the records as they were; the date may be today's
-        ASSERT_EQ(now.size(), dbfBytes.size());
-        EXPECT_TRUE(std::equal(now.begin() + 4, now.end(), dbfBytes.begin() + 4));
+        EXPECT_EQ(undated({f.stem + std::string(".dbf")}), records);  // the date may be today's
         EXPECT_EQ(names(), dir);
 
         ASSERT_EQ(m.pack(dbf), 0);
