@@ -188,13 +188,9 @@ TEST_F(LibTest, DefaultStyle) {
 // A failing step logs under its own file and each composite, date or time, adds an entry under its own;
 // warnings and the default-style functions log nothing.
 TEST_F(LibTest, FailuresAreLoggedUnderEachFunctionsOwnName) {
-    char logname[30] = {}, bad[] = "20241301", blank[] = "  /  /  ", good[] = "20240101", noon[] = "12:00:00",
-         late[] = "25:00:00", o[11];
-    const std::string p = path("d.log");
-    ASSERT_LT(p.size(), sizeof logname);
-    std::strcpy(logname, p.c_str());
+    char bad[] = "20241301", blank[] = "  /  /  ", good[] = "20240101", noon[] = "12:00:00", late[] = "25:00:00", o[11];
+    const std::string p = logTo("d.log");
     int v;
-    DBErrorLog(1, logname);
     const V rcs = {DBStrDateToDayOfWeek(o, bad, 4), DBStrDateToMonth(o, blank, 1), DBDaysInMonthStr(&v, bad, 4),
                    DBConvertDateStr(o, 0, good, 4), DBLongDateToStr(o, 4, 0), DBIsStrLeapYear(bad, 4),
                    DBDaysBetweenStr(&v, good, 4, bad, 4), DBGetDateStr(o, 16), DBIsValidDateStr(blank, 1),

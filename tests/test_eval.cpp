@@ -1,11 +1,11 @@
 // test_eval.cpp - the key-expression evaluator on real tables: terms, built-ins and their corners,
-// the parse-entry table, host functions, and the keys of the Harbour NTX fixtures recomputed.
+// the parse-entry table and host functions. (Every key of the Harbour NTX fixtures, recomputed
+// through the evaluator, is test_ntx_build's BuildsGiveTheDumpsSequences.)
 #include "xbtest.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <map>
 
 #include "eval.h"
 
@@ -92,6 +92,9 @@ TEST_F(EvalTest, TermsOperatorsAndBuiltins) {
                           "NAME,3", "LEFT(NAME)", "LEFT(NAME,)", "UPPER(NAME", "DTOC(HIREDATE,1", "SUBSTR(NAME,3,2",
                           "STR(AMOUNT,-5)", "STR(AMOUNT,5,-1)", "LEFT(NAME,99999)", "PADR(NAME,30000)+PADR(NAME,9999)"})
         check({{e, -207}});
+    ASSERT_EQ(DBSetDefaultDateStyle(7), 0);  // a four-digit style keeps the century
+    check({{"DTOC(HIREDATE,1)", 0, C("19870217")}, {"DTOC(HIREDATE)", 0, C("17.02.1987")}});
+    ASSERT_EQ(DBSetDefaultDateStyle(1), 0);
     ASSERT_EQ(DBGetRecord(h_, 2), 0);
     check({{"NAME", 0, C(pad("", 20))}, {"HIREDATE", 0, "D  /  /  "}, {"DTOC(HIREDATE,1)", 0, C(pad("", 8))}});
     ASSERT_EQ(DBGetRecord(h_, 3), 0);
@@ -209,38 +212,4 @@ TEST_F(EvalTest, HostFunctions) {
            {"NAME+FAIL(CITY)", -233}, {"UPPER(FAIL(CITY))", -233}, {"NOVAL()", -207}, {"1+LOOP()", -207}, {"NEST()", -212}});
     for (const auto &f : fns) ASSERT_EQ(DBDeleteParseEntry(std::string(f.name).data()), 0) << f.name;
     check({{"REPT(CITY,2)", -207}, {"TAX", 0, N(12.25)}, {"UPPER(NAME)", 0, C(kUp)}});
-}
-
-// Every key Harbour wrote into hbntx_*.ntx, recomputed record by record from hbntx.dbf (dates
-// through DTOC(...,1) in a four-digit style); a unique index keeps the first record of each key.
-TEST_F(EvalTest, KeysOfTheHarbourIndexes) {
-    std::string file = fixture("hbntx.dbf");
-    std::vector<uint8_t> bytes = xbt::readFile(file);
-    bytes.at(1) = 26;
-    xbt::writeFile(file, bytes);
-    int h = -1;
-    ASSERT_EQ(DBSetDefaultDateStyle(7), 0);
-    ASSERT_EQ(DBOpenFile(&h, file.data(), 1), 0);
-    const char *tags[][3] = {{"byname", "NAME"}, {"byamount", "AMOUNT"}, {"byhired", "HIRED", "DTOC(HIRED,1)"},
-                             {"bycity", "UPPER(CITY)+NAME"}, {"ucity", "CITY"}, {"byqty", "STR(QTY,5)+NAME"}};
-    for (const auto &t : tags) {
-        const auto lines = xbt::readLines(xbt::fixturePath(std::string("hbntx_") + t[0] + ".keys.txt"));
-        ASSERT_GT(lines.size(), 1u);
-        ASSERT_NE(lines[0].find(std::string(" expr ") + t[1] + " "), std::string::npos) << t[0];
-        const bool unique = lines[0].find(" unique ") != std::string::npos, numeric = t[0] == std::string("byamount");
-        std::map<int32_t, std::string> want, got;
-        for (size_t i = 1; i < lines.size(); i++) {
-            const std::string key = lines[i].substr(lines[i].find('|') + 1);
-            want[std::stoi(lines[i])] = "0|" + (numeric ? N(std::stod(key)) : C(key));
-        }
-        int32_t rec = 1;
-        for (int g; (g = DBGetRecord(h, rec)) == 0 || g == 201; rec++) {
-            const std::string v = evaluate(h, t[2] ? t[2] : t[1]);
-            ASSERT_EQ(v.substr(0, 2), "0|") << t[0] << rec;
-            if (!unique || std::none_of(got.begin(), got.end(), [&](const auto &kv) { return kv.second == v; }))
-                got[rec] = v;
-        }
-        EXPECT_EQ(rec, 301) << t[0];
-        EXPECT_EQ(got, want) << t[0];
-    }
 }

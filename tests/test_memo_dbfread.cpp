@@ -43,9 +43,7 @@ TEST_F(MemoDbfread, WrittenRewrittenAndPackedFilesReadBack) {
         auto agrees = [&](const char *when) {
             std::vector<std::string> want, got;
             for (size_t i = 0; i < texts.size(); i++) {
-                std::string hex = texts[i].empty() ? "-" : "";
-                for (unsigned char c : texts[i]) hex += "0123456789abcdef"[c >> 4], hex += "0123456789abcdef"[c & 15];
-                want.push_back("memo " + std::to_string(i + 1) + " " + hex);
+                want.push_back("memo " + std::to_string(i + 1) + " " + (texts[i].empty() ? "-" : xbt::hex(texts[i])));
             }
             for (const auto &l : tablea::dbfread(dbfPath, "NOTES"))
                 if (l[0] == "memo") got.push_back(l[0] + " " + l[1] + " " + l[2]);

@@ -28,12 +28,6 @@ protected:
         EXPECT_EQ(DBosOpenFile(&fd, C(p), mode, &m), 0);
         return fd;
     }
-    std::string logTo(const std::string &name) {
-        char buf[30] = {};
-        std::strncpy(buf, path(name).c_str(), 29);
-        DBErrorLog(1, buf);
-        return path(name);
-    }
     // The status fn gives in a child that dropped root for "nobody": root
     // passes every permission check, so this is how access is denied.
     int asNobody(const std::function<int()> &fn) {

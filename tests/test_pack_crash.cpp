@@ -5,44 +5,15 @@
 #include "seams.h"
 #include "tablea_util.h"
 
-#include <dirent.h>
-
 #include <functional>
-#include <map>
 #include <set>
 
 namespace {
 
-using Files = std::map<std::string, std::vector<uint8_t>>;
+using xbt::Files;
 
 class PackCrash : public xbt::LibTest {
 protected:
-    std::set<std::string> names() {
-        std::set<std::string> out;
-        DIR *d = opendir(tmp_.dir().c_str());
-        for (dirent *e; d && (e = readdir(d));)
-            if (e->d_name[0] != '.') out.insert(e->d_name);
-        if (d) closedir(d);
-        return out;
-    }
-    // The files' bytes, a table's header date left out (a flush sets it).
-    Files read(const std::set<std::string> &which) {
-        Files out;
-        for (const std::string &n : which) {
-            out[n] = xbt::readFile(path(n));
-            if (n.find(".dbf") != std::string::npos) out[n][1] = out[n][2] = out[n][3] = 0;
-        }
-        return out;
-    }
-    // Run pack() in a child that is killed just after step `stop` (0:
-    // never); the steps a whole pack took, or -1 when it was killed.
-    long run(long stop, const std::function<int()> &pack) {
-        return xbt::waitFor(xbt::spawn([&] {
-            xbt::Seams seams;
-            seams.stopAt = stop;
-            return pack() == 0 ? static_cast<int>(seams.steps) : 255;
-        }));
-    }
     // Stop the pack after each of its steps in turn. The next open of the
     // table must leave the pair of files as they were or as a whole pack
     // makes them, and nothing else but the names in `litter`. Where a memo
@@ -50,16 +21,14 @@ protected:
     // takes that name first: the repair must leave it alone.
     void everyStep(const std::set<std::string> &pair, const std::set<std::string> &litter,
                    const std::function<int()> &pack, const std::string &backup = "") {
-        Files all, old = read(pair);
-        for (const std::string &n : names()) all[n] = xbt::readFile(path(n));
-        const long steps = run(0, pack);
+        const Files before = all(), old = undated(pair);
+        const long steps = xbt::runKilledAt(0, pack);
         ASSERT_TRUE(steps > 3 && steps < 255) << steps;
-        const Files packed = read(pair);
+        const Files packed = undated(pair);
         ASSERT_NE(packed, old);
         for (long stop = 1; stop <= steps; stop++) {
-            for (const std::string &n : names()) std::remove(path(n).c_str());
-            for (const auto &[n, bytes] : all) xbt::writeFile(path(n), bytes);
-            ASSERT_EQ(run(stop, pack), -1) << stop;
+            restore(before);
+            ASSERT_EQ(xbt::runKilledAt(stop, pack), -1) << stop;
             const bool marked = xbt::fileExists(path("t.MPK")), hasBackup = xbt::fileExists(path(backup));
             // Killed between removing the marker and the backup: the backup stays, a stray file.
             const bool stray = !marked && hasBackup, intruder = !backup.empty() && marked && !hasBackup;
@@ -67,7 +36,7 @@ protected:
             int h = -1;
             ASSERT_EQ(DBOpenFile(&h, tablea::cs(path("t.dbf").c_str()), style_), 0) << "stopped after step " << stop;
             ASSERT_EQ(DBCloseFile(h), 0);
-            const Files now = read(pair);
+            const Files now = undated(pair);
             EXPECT_TRUE(now == old || now == packed) << "neither pair after step " << stop << " of " << steps;
             const std::vector<uint8_t> other = intruder ? xbt::readFile(path(backup)) : std::vector<uint8_t>{};
             if (intruder) EXPECT_EQ(std::string(other.begin(), other.end()), "another file") << stop;
@@ -100,7 +69,7 @@ TEST_F(PackCrash, MemoPack) {
         {true, 1, 0, 4, "t.fpt", "0.FPT", "1.FPT"}};
     for (const auto &f : families) {
         SCOPED_TRACE(f.style);
-        for (const std::string &n : names()) std::remove(path(n).c_str());
+        restore({});
         style_ = f.style;
         DBFIELD fields[2] = {{"NAME", 'C', 10, 0}, {"NOTES", 'M', 10, 0}};
         ASSERT_EQ(DBCreateFile(tablea::cs(path("t.dbf").c_str()), 2, fields, f.style), 0);

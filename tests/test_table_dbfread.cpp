@@ -19,10 +19,7 @@ std::vector<DBFIELD> fieldsFor(int style) {
     return f;
 }
 
-template <class T>
-std::string raw(T v) {
-    return std::string(reinterpret_cast<const char *>(&v), sizeof v);
-}
+using xbt::raw;
 
 // Puts row i into the record buffer; returns what dbfread should print for
 // each field (JSON, or "#" and the text of a number, compared as values).
@@ -54,9 +51,7 @@ std::vector<std::string> fill(int h, const std::vector<DBFIELD> &fields, int i) 
         case 'M': in = raw(block), json = std::to_string(block); break;
         default:  // binary codes, shown as their bytes in hex
             in = d.type == 1 ? raw(static_cast<int16_t>(-100 * i)) : d.type == 3 ? raw(i * 99999) : raw(i / 4.0 - 1);
-            json = "\"";
-            for (unsigned char c : in) std::snprintf(b, sizeof b, "%02x", c), json += b;
-            json += "\"";
+            json = "\"" + xbt::hex(in) + "\"";
         }
         const int cut = d.type == 'C' && in.size() > static_cast<size_t>(d.len) ? DBW_TRUNCATED : 0;
         in += '\0';

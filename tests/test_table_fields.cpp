@@ -15,10 +15,7 @@ const struct { const char *name; int type, len, dec; } kFields[NF] = {
     {"NOTES", 'M', 10, 0}, {"ID", 'I', 4, 0}, {"STAMP", 'T', 8, 0}, {"PRICE", 'Y', 8, 0}, {"DBL", 'B', 8, 0},
     {"S16", 1, 2, 0}, {"S32", 3, 4, 0}, {"D13", 13, 8, 0}, {"EMPTY", 'C', 0, 0}};
 
-template <class T>
-std::string raw(T v) {
-    return std::string(reinterpret_cast<const char *>(&v), sizeof v);
-}
+using xbt::raw;
 
 class TableFields : public xbt::LibTest {
 protected:

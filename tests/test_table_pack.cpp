@@ -59,38 +59,36 @@ std::vector<std::string> dbfread(const std::string &p) {
 }
 
 // Deleted records go and the rest keep their order across three cache blocks (one all deleted but its last),
-// changes still only in the cache are packed too, and the old file becomes the backup.
+// changes still only in the cache are packed too, and the old file becomes the backup. A table with nothing to
+// keep, or with no records at all (style 2 with the mdx flag, which it keeps), becomes a valid empty table that
+// takes a new record.
 TEST_F(PackTest, DropsTheDeletedRecordsAndKeepsTheRestInOrder) {
-    const std::string p = path("people.dbf");
-    auto gone = [](int i) { return i % 3 == 0 || i <= 10 || i > 1495 || (i >= 607 && i < 1212); };
-    int h = people(p, 1500, gone);
-    std::vector<std::string> want;
-    for (int i = 1; i <= 1500; i++)
-        if (!gone(i)) want.push_back(seen(static_cast<int>(want.size()) + 1, i));
-    ASSERT_EQ(DBPackFile(&h), 0);
-    EXPECT_EQ(count(h), static_cast<int32_t>(want.size()));
-    ASSERT_EQ(DBCloseFile(h), 0);
-    const std::vector<uint8_t> now = xbt::readFile(p), bak = xbt::readFile(path("people.BAK"));
-    EXPECT_EQ(now.size(), 97 + want.size() * 27 + 1);
-    EXPECT_EQ(now[4] | now[5] << 8, static_cast<int>(want.size()));
-    ASSERT_EQ(bak.size(), 97 + 1500 * 27 + 1u);
-    for (int i = 1; i <= 1500; i++) EXPECT_EQ(bak[97 + 27 * (i - 1)], gone(i) ? '*' : ' ') << i;
-    EXPECT_EQ(dbfread(p), want);
-}
-
-// ... and so does a table with no records at all, of style 2 with the mdx flag, which it keeps.
-TEST_F(PackTest, TablesWithNothingToKeepBecomeValidEmptyTables) {
-    for (int n : {40, 0}) {
-        const std::string p = path("e" + std::to_string(n) + ".dbf");
-        int h = people(p, n, [](int) { return true; }, n ? 1 : 2 | DBO_FLUSH);
+    const struct { int n, mode; std::function<bool(int)> gone; } cases[] = {
+        {1500, 1, [](int i) { return i % 3 == 0 || i <= 10 || i > 1495 || (i >= 607 && i < 1212); }},
+        {40, 1, [](int) { return true; }},
+        {0, 2 | DBO_FLUSH, [](int) { return true; }}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.n);
+        const std::string stem = "p" + std::to_string(c.n), p = path(stem + ".dbf"), backup = path(stem + ".BAK");
+        int h = people(p, c.n, c.gone, c.mode);
+        std::vector<std::string> want;
+        for (int i = 1; i <= c.n; i++)
+            if (!c.gone(i)) want.push_back(seen(static_cast<int>(want.size()) + 1, i));
         ASSERT_EQ(DBPackFile(&h), 0);
-        EXPECT_EQ(count(h), 0);
-        EXPECT_EQ(DBGetRecord(h, 1), DBE_SEEK);
-        EXPECT_EQ(xbt::fileSize(p), 97 + 1);
-        EXPECT_EQ(xbt::readFile(p)[28], n ? 0 : 1);
-        append(h, 77);  // and it takes a record
+        EXPECT_EQ(count(h), static_cast<int32_t>(want.size()));
+        const std::vector<uint8_t> now = xbt::readFile(p), bak = xbt::readFile(backup);
+        EXPECT_EQ(now.size(), 97 + want.size() * 27 + 1);
+        EXPECT_EQ(now[4] | now[5] << 8, static_cast<int>(want.size()));
+        EXPECT_EQ(now[28], c.mode & DBO_FLUSH ? 1 : 0);
+        ASSERT_EQ(bak.size(), 97 + c.n * 27 + 1u);
+        for (int i = 1; i <= c.n; i++) EXPECT_EQ(bak[97 + 27 * (i - 1)], c.gone(i) ? '*' : ' ') << i;
+        if (want.empty()) {
+            EXPECT_EQ(DBGetRecord(h, 1), DBE_SEEK);
+            append(h, 77);
+            want.push_back(seen(1, 77));
+        }
         ASSERT_EQ(DBCloseFile(h), 0);
-        EXPECT_EQ(dbfread(p), std::vector<std::string>{seen(1, 77)}) << n;
+        EXPECT_EQ(dbfread(p), want);
     }
 }
 

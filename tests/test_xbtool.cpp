@@ -1,6 +1,6 @@
 // The xbtool command: every command on the fixtures and on damaged copies,
 // run as a separate program the way people run it.
-#include "index_util.h"
+#include "tablea_util.h"
 
 #include <cstdlib>
 
@@ -13,15 +13,37 @@ protected:
         const char *b = std::getenv("XB_BUILD_DIR");
         ASSERT_NE(b, nullptr);
         tool_ = std::string(b) + "/tools/xbtool";
-        for (const char *f : {"hbntx.dbt", "hbntx_byname.ntx", "hbntx_byamount.ntx", "hbntx_ucity.ntx", "hbntx_byhired.ntx",
-                              "hbcdx.fpt", "py_vfp.dbf", "py_vfp.fpt"})
+        for (const char *f : {"hbntx.dbt", "hbntx_byname.ntx", "hbntx_byamount.ntx", "hbntx_ucity.ntx",
+                              "hbntx_byhired.ntx", "hbcdx.fpt", "py_vfp.dbf", "py_vfp.fpt"})
             fixture(f);
-        idx::openableTable(*this, path("hbntx.dbf"), "hbntx.dbf");
-        idx::openableTable(*this, path("hbcdx.dbf"), "hbcdx.dbf");
+        openableFixture("hbntx.dbf");
+        openableFixture("hbcdx.dbf");
     }
     // Runs xbtool in the temporary directory; the output with standard error.
     std::string xb(const std::string &args, int *status) {
         return xbt::run("cd " + tmp_.dir() + " && " + tool_ + " " + args + " 2>&1", status);
+    }
+    // Runs xbtool: the exit status, and text somewhere in the output.
+    void says(const std::string &args, int status, const std::string &text) {
+        int st = -1;
+        const std::string out = xb(args, &st);
+        EXPECT_EQ(st, status) << args << ": " << out;
+        EXPECT_NE(out.find(text), std::string::npos) << args << ": " << out;
+    }
+    // A check that passes says so first.
+    void ok(const std::string &args) {
+        int st = -1;
+        const std::string out = xb(args, &st);
+        EXPECT_EQ(st, 0) << args << ": " << out;
+        EXPECT_EQ(out.rfind("OK: ", 0), 0u) << args << ": " << out;
+    }
+    // The first `from` in file gets `to` as its first byte.
+    void change(const std::string &file, const std::string &from, char to) {
+        std::vector<uint8_t> b = xbt::readFile(path(file));
+        auto at = std::search(b.begin(), b.end(), from.begin(), from.end());
+        ASSERT_NE(at, b.end()) << file;
+        *at = static_cast<uint8_t>(to);
+        xbt::writeFile(path(file), b);
     }
     std::string tool_;
 };
@@ -41,13 +63,9 @@ TEST_F(XbTool, InfoOnEveryKindOfFile) {
         EXPECT_EQ(st, 0) << out;
         for (const char *w : c.want) EXPECT_NE(out.find(w), std::string::npos) << c.file << ": " << out;
     }
-    int st = 0;
-    EXPECT_NE(xb("info missing.dbf", &st).find("ERROR - file not found"), std::string::npos);
-    EXPECT_EQ(st, 1);
-    EXPECT_NE(xb("--help", &st).find("reindex TABLE INDEX"), std::string::npos);
-    EXPECT_EQ(st, 0);
-    xb("frobnicate", &st);
-    EXPECT_EQ(st, 2);
+    says("info missing.dbf", 1, "ERROR - file not found");
+    says("--help", 0, "reindex TABLE INDEX");
+    says("frobnicate", 2, "");
 }
 
 // The dump against the records file: every record's fields as the producer
@@ -60,37 +78,30 @@ TEST_F(XbTool, DumpMatchesTheRecordsFile) {
     const std::string all = xb("dump hbntx.dbf --json --deleted", &st);
     ASSERT_EQ(st, 0);
     std::vector<std::string> lines, json;
-    for (size_t a = 0, b; (b = csv.find("\r\n", a)) != std::string::npos; a = b + 2) lines.push_back(csv.substr(a, b - a));
-    for (size_t a = 0, b; (b = all.find('\n', a)) != std::string::npos; a = b + 1) json.push_back(all.substr(a, b - a));
+    for (size_t a = 0, b; (b = csv.find("\r\n", a)) != std::string::npos; a = b + 2)
+        lines.push_back(csv.substr(a, b - a));
+    for (size_t a = 0, b; (b = all.find('\n', a)) != std::string::npos; a = b + 1)
+        json.push_back(all.substr(a, b - a));
     ASSERT_EQ(lines[0], "NAME,CITY,AMOUNT,QTY,HIRED,ACTIVE,NOTES");
     ASSERT_EQ(json.size(), rec.size() - 1);
     size_t row = 1;
     for (size_t i = 1; i < rec.size(); i++) {
         // recno|deleted|NAME|CITY|AMOUNT|QTY|HIRED|ACTIVE|NOTES(len:md5)
-        std::vector<std::string> f;
-        for (size_t a = 0, b;; a = b + 1) {
-            b = rec[i].find('|', a);
-            f.push_back(rec[i].substr(a, b == std::string::npos ? b : b - a));
-            if (b == std::string::npos) break;
-        }
+        const std::vector<std::string> f = tablea::split(rec[i], '|');
         const bool deleted = f[1] == "*";
-        const std::string name = f[2].substr(0, f[2].find_last_not_of(' ') + 1);
-        const std::string &j = json[i - 1];
-        EXPECT_NE(j.find("\"_recno\":" + f[0] + ","), std::string::npos) << j;
-        EXPECT_NE(j.find(std::string("\"_deleted\":") + (deleted ? "true" : "false")), std::string::npos) << j;
-        EXPECT_NE(j.find("\"NAME\":\"" + name + "\""), std::string::npos) << j;
-        const std::string amount = f[4].substr(f[4].find_first_not_of(' '));
-        EXPECT_NE(j.find("\"AMOUNT\":" + amount + ","), std::string::npos) << j;
-        const std::string hired = f[6] == "        " ? "null" : "\"" + f[6].substr(0, 4) + "-" + f[6].substr(4, 2) + "-" + f[6].substr(6) + "\"";
-        EXPECT_NE(j.find("\"HIRED\":" + hired), std::string::npos) << j;
-        EXPECT_NE(j.find(std::string("\"ACTIVE\":") + (f[7] == "T" ? "true" : "false")), std::string::npos) << j;
+        const std::string name = tablea::trim(f[2]), d = f[6], yes = "true", no = "false";
+        const std::string iso = d.substr(0, 4) + '-' + d.substr(4, 2) + '-' + d.substr(6);
+        const std::string hired = d == "        " ? "null" : '"' + iso + '"';
+        for (const std::string &want : {"\"_recno\":" + f[0] + ",", "\"_deleted\":" + (deleted ? yes : no),
+                                        "\"NAME\":\"" + name + "\"", "\"AMOUNT\":" + tablea::ltrim(f[4]) + ",",
+                                        "\"HIRED\":" + hired, "\"ACTIVE\":" + (f[7] == "T" ? yes : no)})
+            EXPECT_NE(json[i - 1].find(want), std::string::npos) << want << " in " << json[i - 1];
         if (deleted) continue;
         ASSERT_LT(row, lines.size());
-        EXPECT_EQ(lines[row].substr(0, lines[row].find(',')), name.find(',') == std::string::npos ? name : "\"" + name + "\"");
-        // The memo's length: an empty one ends the line, a multi-line one
-        // is quoted.
-        const long len = std::atol(f[8].c_str());
-        if (len == 0) EXPECT_EQ(lines[row].back(), ',') << lines[row];
+        const std::string quoted = name.find(',') == std::string::npos ? name : '"' + name + '"';
+        EXPECT_EQ(lines[row].substr(0, lines[row].find(',')), quoted);
+        // An empty memo ends the line, a multi-line one is quoted.
+        if (std::atol(f[8].c_str()) == 0) EXPECT_EQ(lines[row].back(), ',') << lines[row];
         row++;
         while (row < lines.size() && lines[row].find(',') == std::string::npos) row++;  // lines of a quoted memo
     }
@@ -98,55 +109,36 @@ TEST_F(XbTool, DumpMatchesTheRecordsFile) {
     std::vector<uint8_t> b = xbt::readFile(path("hbntx.dbf"));
     b.resize(100);
     xbt::writeFile(path("cut.dbf"), b);
-    EXPECT_NE(xb("dump cut.dbf", &st).find("cut.dbf: ERROR - file read failure"), std::string::npos);
-    EXPECT_EQ(st, 1);
+    says("dump cut.dbf", 1, "cut.dbf: ERROR - file read failure");
 }
 
 // check finds a sound index sound, and a damaged or stale one not;
 // reindex rebuilds it in place; pack packs table and memo file.
 TEST_F(XbTool, CheckReindexAndPack) {
-    int st = -1;
-    for (const char *ix : {"hbntx_byname.ntx", "hbntx_byamount.ntx", "hbntx_ucity.ntx", "hbntx_byhired.ntx"}) {
-        const std::string out = xb(std::string("check hbntx.dbf ") + ix, &st);
-        EXPECT_EQ(st, 0) << out;
-        EXPECT_EQ(out.substr(0, 3), "OK:") << out;
-    }
-    // A key changed in the file: the index no longer agrees with the table.
-    std::vector<uint8_t> b = xbt::readFile(path("hbntx_byname.ntx"));
-    const std::string name = "Ccname528";
-    auto at = std::search(b.begin(), b.end(), name.begin(), name.end());
-    ASSERT_NE(at, b.end());
-    *at = 'X';
-    xbt::writeFile(path("hbntx_byname.ntx"), b);
-    std::string out = xb("check hbntx.dbf hbntx_byname.ntx", &st);
-    EXPECT_EQ(st, 1);
-    EXPECT_NE(out.find("record 1: the index holds 'Xcname528"), std::string::npos) << out;
-    // Rebuilt, it agrees again.
-    out = xb("reindex hbntx.dbf hbntx_byname.ntx", &st);
-    EXPECT_EQ(st, 0) << out;
-    EXPECT_EQ(xb("check hbntx.dbf hbntx_byname.ntx", &st).substr(0, 3), "OK:");
+    for (const char *ix : {"hbntx_byname.ntx", "hbntx_byamount.ntx", "hbntx_ucity.ntx", "hbntx_byhired.ntx"})
+        ok(std::string("check hbntx.dbf ") + ix);
+    // A key changed in the file: the index no longer agrees with the table;
+    // rebuilt, it agrees again.
+    change("hbntx_byname.ntx", "Ccname528", 'X');
+    says("check hbntx.dbf hbntx_byname.ntx", 1, "record 1: the index holds 'Xcname528");
+    says("reindex hbntx.dbf hbntx_byname.ntx", 0, "");
+    ok("check hbntx.dbf hbntx_byname.ntx");
     // A damaged tree: reported, and a rebuild of a file that does not open
     // leaves it as it was.
-    b = xbt::readFile(path("hbntx_byname.ntx"));
+    std::vector<uint8_t> b = xbt::readFile(path("hbntx_byname.ntx"));
     b[14] = 0;  // key length 0
     xbt::writeFile(path("bad.ntx"), b);
-    out = xb("check hbntx.dbf bad.ntx", &st);
-    EXPECT_EQ(st, 1);
-    EXPECT_NE(out.find("invalid key length"), std::string::npos) << out;
-    xb("reindex hbntx.dbf bad.ntx", &st);
-    EXPECT_EQ(st, 1);
+    says("check hbntx.dbf bad.ntx", 1, "invalid key length");
+    says("reindex hbntx.dbf bad.ntx", 1, "");
     EXPECT_EQ(xbt::readFile(path("bad.ntx")), b);
     EXPECT_FALSE(xbt::fileExists(path("bad.ntx.xbtool-new")));
     // Pack: 21 of the 300 records are deleted; afterwards the old index names
     // records that are gone, and a rebuild fixes that.
-    out = xb("pack hbntx.dbf", &st);
-    EXPECT_EQ(st, 0) << out;
-    EXPECT_NE(out.find("279 records, 21 deleted removed; hbntx.dbt packed"), std::string::npos) << out;
-    out = xb("check hbntx.dbf hbntx_byhired.ntx", &st);
-    EXPECT_EQ(st, 1);
-    EXPECT_NE(out.find("not a record of the table"), std::string::npos) << out;
-    xb("reindex hbntx.dbf hbntx_byhired.ntx", &st);
-    EXPECT_EQ(xb("check hbntx.dbf hbntx_byhired.ntx", &st).substr(0, 12), "OK: hbntx_by");
+    says("pack hbntx.dbf", 0, "279 records, 21 deleted removed; hbntx.dbt packed");
+    says("check hbntx.dbf hbntx_byhired.ntx", 1, "not a record of the table");
+    says("reindex hbntx.dbf hbntx_byhired.ntx", 0, "");
+    ok("check hbntx.dbf hbntx_byhired.ntx");
+    int st = -1;
     EXPECT_EQ(xb("dump hbntx.dbf --deleted", &st).find("\r\n*,"), std::string::npos);
 }
 
@@ -157,48 +149,34 @@ TEST_F(XbTool, CompoundSingleAndNdxIndexes) {
     fixture("hbcdx.cdx");
     ASSERT_EQ(DBSetDefaultDateStyle(2), 0);
     int t = -1;
-    ASSERT_EQ(DBOpenFile(&t, idx::cs(path("hbcdx.dbf").c_str()), 4), 0);
+    ASSERT_EQ(DBOpenFile(&t, tablea::cs(path("hbcdx.dbf").c_str()), 4), 0);
     for (int mode : {'C' | 0x400, int{'C'}}) {
         const std::string f = path(mode & 0x400 ? "compact.idx" : "plain.idx");
-        ASSERT_EQ(DBfbCreateIndex(idx::cs(f.c_str()), mode, idx::cs("UPPER(CITY)+NAME"), 35, nullptr), 0);
+        ASSERT_EQ(DBfbCreateIndex(tablea::cs(f.c_str()), mode, tablea::cs("UPPER(CITY)+NAME"), 35, nullptr), 0);
         int h = -1;
-        ASSERT_EQ(DBfbOpenIndex(&h, idx::cs(f.c_str()), 0), 0);
+        ASSERT_EQ(DBfbOpenIndex(&h, tablea::cs(f.c_str()), 0), 0);
         ASSERT_EQ(DBfbBuildIndex(t, h), 0);
         ASSERT_EQ(DBfbCloseIndex(h), 0);
     }
-    ASSERT_EQ(DBd3BuildIndex(t, idx::cs(path("amount.ndx").c_str()), 'N', idx::cs("AMOUNT"), 8, 2), 0);
+    ASSERT_EQ(DBd3BuildIndex(t, tablea::cs(path("amount.ndx").c_str()), 'N', tablea::cs("AMOUNT"), 8, 2), 0);
     ASSERT_EQ(DBCloseFile(t), 0);
-    int st = -1;
-    std::string out = xb("info hbcdx.cdx", &st);
-    EXPECT_NE(out.find("compound file, 6 tags"), std::string::npos) << out;
-    EXPECT_NE(out.find("CDX tag UCITY, key CITY, length 15, unique"), std::string::npos) << out;
-    EXPECT_NE(xb("info plain.idx", &st).find("IDX (non-compact), key UPPER(CITY)+NAME, length 35"), std::string::npos);
-    EXPECT_NE(xb("info amount.ndx", &st).find("NDX, key AMOUNT, length 8, type N"), std::string::npos);
-    for (const char *args : {"hbcdx.cdx", "hbcdx.cdx BYHIRED", "compact.idx", "plain.idx", "amount.ndx"}) {
-        out = xb(std::string("check hbcdx.dbf ") + args, &st);
-        EXPECT_EQ(st, 0) << args << ": " << out;
-        EXPECT_EQ(out.substr(0, 3), "OK:") << out;
-    }
-    // Each file with one stored key changed: the check names the record,
-    // and a rebuild mends it.
-    for (const char *f : {"hbcdx.cdx", "compact.idx", "plain.idx"}) {
-        std::vector<uint8_t> b = xbt::readFile(path(f));
-        const std::string city = "Ymname592";  // in UPPER(CITY)+NAME keys (stored whole or in part)
-        auto at = std::search(b.begin(), b.end(), city.begin() + 4, city.end());
-        ASSERT_NE(at, b.end()) << f;
-        *at = 'Q';
-        xbt::writeFile(path(f), b);
-        out = xb(std::string("check hbcdx.dbf ") + f, &st);
-        EXPECT_EQ(st, 1) << f << ": " << out;
-        out = xb(std::string("reindex hbcdx.dbf ") + f, &st);
-        EXPECT_EQ(st, 0) << out;
-        EXPECT_EQ(xb(std::string("check hbcdx.dbf ") + f, &st).substr(0, 3), "OK:") << f;
+    says("info hbcdx.cdx", 0, "compound file, 6 tags");
+    says("info hbcdx.cdx", 0, "CDX tag UCITY, key CITY, length 15, unique");
+    says("info plain.idx", 0, "IDX (non-compact), key UPPER(CITY)+NAME, length 35");
+    says("info amount.ndx", 0, "NDX, key AMOUNT, length 8, type N");
+    for (const char *args : {"hbcdx.cdx", "hbcdx.cdx BYHIRED", "compact.idx", "plain.idx", "amount.ndx"})
+        ok(std::string("check hbcdx.dbf ") + args);
+    // Each file with one stored key changed (UPPER(CITY)+NAME keys hold the
+    // name whole or in part): the check fails, and a rebuild mends it.
+    for (const std::string f : {"hbcdx.cdx", "compact.idx", "plain.idx"}) {
+        change(f, "me592", 'Q');
+        says("check hbcdx.dbf " + f, 1, "");
+        says("reindex hbcdx.dbf " + f, 0, "");
+        ok("check hbcdx.dbf " + f);
     }
     // A tag that does not exist, and an index of another table.
-    EXPECT_NE(xb("check hbcdx.dbf hbcdx.cdx NOSUCH", &st).find("invalid tag name"), std::string::npos);
-    EXPECT_EQ(st, 1);
-    xb("check py_vfp.dbf amount.ndx", &st);
-    EXPECT_EQ(st, 1);
+    says("check hbcdx.dbf hbcdx.cdx NOSUCH", 1, "invalid tag name");
+    says("check py_vfp.dbf amount.ndx", 1, "");
 }
 
 }  // namespace

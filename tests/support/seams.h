@@ -31,24 +31,26 @@ struct Seams {
     static inline long allocsLeft = -1;
     // Lock attempts and the retry sleeps between them (which return at once).
     static inline long lockTries = 0, sleeps = 0;
-    // Steps (writes, renames, links, unlinks): after the stopAt-th the
-    // process is killed (0: never).
-    static inline long steps = 0, stopAt = 0;
+    // Steps (writes, renames, links, unlinks): the failAt-th fails with EIO
+    // and after the stopAt-th the process is killed (0: neither); with
+    // noLinks every link is refused as FAT refuses it, and is no step.
+    static inline long steps = 0, stopAt = 0, failAt = 0;
+    static inline bool noLinks = false;
 
     Seams() {
-        sizes.clear(), live.clear(), watch = nullptr;
-        writesLeft = allocsLeft = -1, steps = stopAt = lockTries = sleeps = 0, failErrno = EIO;
+        sizes.clear(), live.clear(), watch = nullptr, noLinks = false;
+        writesLeft = allocsLeft = -1, steps = stopAt = failAt = lockTries = sleeps = 0, failErrno = EIO;
         _DBsys.setlk = [](int fd, struct flock *fl) { return lockTries++, fcntl(fd, F_SETLK, fl); };
         _DBsys.sleep = [](unsigned) { return sleeps++, 0u; };
         _DBsys.write = [](int fd, const void *b, size_t n) -> long {
             if ((watch && watch(fd, n)) || used(writesLeft)) return errno = failErrno, -1;
-            sizes.push_back(n);
-            const long rc = ::write(fd, b, n);
-            return step(), rc;
+            return step([&] { return sizes.push_back(n), static_cast<long>(::write(fd, b, n)); });
         };
-        _DBsys.rename = [](const char *o, const char *n) { const int rc = std::rename(o, n); return step(), rc; };
-        _DBsys.link = [](const char *o, const char *n) { const int rc = ::link(o, n); return step(), rc; };
-        _DBsys.unlink = [](const char *n) { const int rc = ::unlink(n); return step(), rc; };
+        _DBsys.rename = [](const char *o, const char *n) { return step([&] { return std::rename(o, n); }); };
+        _DBsys.link = [](const char *o, const char *n) {
+            return noLinks ? (errno = EPERM, -1) : step([&] { return ::link(o, n); });
+        };
+        _DBsys.unlink = [](const char *n) { return step([&] { return ::unlink(n); }); };
         _DBsys.malloc = [](size_t n) -> void * {
             if (used(allocsLeft)) return nullptr;
             void *p = std::malloc(n);
@@ -63,8 +65,12 @@ struct Seams {
     }
     ~Seams() { _DBsys = saved; }
     static bool used(long &left) { return left == 0 || (left > 0 && (left--, false)); }
-    static void step() {
-        if (++steps == stopAt) kill(getpid(), SIGKILL);
+    template <class Call>
+    static auto step(Call call) -> decltype(call()) {
+        if (++steps == failAt) return errno = EIO, -1;
+        const auto rc = call();
+        if (steps == stopAt) kill(getpid(), SIGKILL);
+        return rc;
     }
     Seams(const Seams &) = delete;
     Seams &operator=(const Seams &) = delete;
@@ -72,5 +78,17 @@ struct Seams {
 private:
     DBSYSCALLS saved = _DBsys;
 };
+
+// Runs op in a child process killed just after its stop-th step (0: never),
+// links refused with noLinks: the steps a whole op took (255: it failed), or
+// -1 when it was killed. A child, so that the op leaves this process's
+// handles alone.
+inline long runKilledAt(long stop, const std::function<int()> &op, bool noLinks = false) {
+    return waitFor(spawn([&] {
+        Seams seams;
+        Seams::stopAt = stop, Seams::noLinks = noLinks;
+        return op() >= 0 ? static_cast<int>(Seams::steps) : 255;
+    }));
+}
 
 }  // namespace xbt

@@ -13,6 +13,7 @@ namespace tablea {
 
 inline char *cs(const char *s) { return const_cast<char *>(s); }
 inline std::string trim(std::string s) { return s.erase(s.find_last_not_of(' ') + 1); }
+inline std::string ltrim(const std::string &s) { return s.substr(std::min(s.size(), s.find_first_not_of(' '))); }
 inline std::vector<std::string> split(const std::string &s, char sep) {
     std::vector<std::string> out(1);
     for (char c : s) c == sep ? out.emplace_back() : out.back() += c;

@@ -1,6 +1,7 @@
 // xbtest.cpp - the shared test helpers.
 #include "xbtest.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -45,6 +46,58 @@ std::string LibTest::fixture(const std::string &name) const {
     std::string dst = path(name);
     writeFile(dst, readFile(fixturePath(name)));
     return dst;
+}
+
+std::string LibTest::openableFixture(const std::string &name) const {
+    std::vector<uint8_t> b = readFile(fixturePath(name));
+    b.at(1) = 26;
+    writeFile(path(name), b);
+    return path(name);
+}
+
+std::set<std::string> LibTest::names() const {
+    std::set<std::string> out;
+    DIR *d = opendir(tmp_.dir().c_str());
+    for (dirent *e; d && (e = readdir(d));)
+        if (e->d_name[0] != '.') out.insert(e->d_name);
+    if (d) closedir(d);
+    return out;
+}
+
+Files LibTest::all() const {
+    Files out;
+    for (const std::string &n : names()) out[n] = readFile(path(n));
+    return out;
+}
+
+void LibTest::restore(const Files &files) const {
+    for (const std::string &n : names()) std::remove(path(n).c_str());
+    for (const auto &[n, bytes] : files) writeFile(path(n), bytes);
+}
+
+Files LibTest::undated(const std::set<std::string> &which) const {
+    Files out;
+    for (const std::string &n : which) {
+        if (n.empty() || !fileExists(path(n))) continue;
+        out[n] = readFile(path(n));
+        if (n.size() > 4 && n.compare(n.size() - 4, 4, ".dbf") == 0 && out[n].size() > 3)
+            out[n][1] = out[n][2] = out[n][3] = 0;
+    }
+    return out;
+}
+
+std::string LibTest::logTo(const std::string &name) const {
+    char buf[30] = {};  // the library keeps the log's name in 30 bytes
+    EXPECT_LT(path(name).size(), sizeof buf);
+    std::strncpy(buf, path(name).c_str(), sizeof buf - 1);
+    DBErrorLog(1, buf);
+    return path(name);
+}
+
+std::string hex(const std::string &bytes) {
+    std::string out;
+    for (unsigned char c : bytes) out += "0123456789abcdef"[c >> 4], out += "0123456789abcdef"[c & 15];
+    return out;
 }
 
 std::vector<uint8_t> readFile(const std::string &path) {

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,9 @@ extern "C" {
 }
 
 namespace xbt {
+
+// Every file of a directory, by name, with its bytes.
+using Files = std::map<std::string, std::vector<uint8_t>>;
 
 // A fresh temporary directory, removed with everything in it.
 class TempDir {
@@ -37,6 +42,19 @@ protected:
     std::string path(const std::string &name) const { return tmp_.path(name); }
     // Copy ../shared/fixtures/<name> into the temporary directory.
     std::string fixture(const std::string &name) const;
+    // The same for a table whose year byte (126: Harbour writes the year
+    // less 1900) the library refuses: the copy says 2026.
+    std::string openableFixture(const std::string &name) const;
+    // The names in the temporary directory, all its files, and the
+    // directory put back to exactly `files`.
+    std::set<std::string> names() const;
+    Files all() const;
+    void restore(const Files &files) const;
+    // Those of `which` that exist, each table's header date zeroed (a
+    // flush sets it to today).
+    Files undated(const std::set<std::string> &which) const;
+    // Turn the error log on, into the temporary directory; its path.
+    std::string logTo(const std::string &name) const;
     TempDir tmp_;
 };
 
@@ -50,6 +68,14 @@ long fileSize(const std::string &path);
 std::string run(const std::string &cmd, int *status = nullptr);
 // Lines of a text file (without the newline).
 std::vector<std::string> readLines(const std::string &path);
+
+// The bytes of a value, as the library stores binary fields.
+template <class T>
+std::string raw(T v) {
+    return std::string(reinterpret_cast<const char *>(&v), sizeof v);
+}
+// Bytes as lower-case hex, the way dbfread_dump.py prints memos.
+std::string hex(const std::string &bytes);
 
 // Run fn in a child process whose exit status is fn's result (0..255).
 pid_t spawn(const std::function<int()> &fn);
