@@ -13,13 +13,13 @@ using cdx::KeyLine;
 
 namespace {
 
-struct Spec {
+struct TagDef {
     const char *name;
     const char *expr;
     int mode;     // type letter | 0x80 unique
     int keylen;
 };
-const Spec kSpecs[] = {{"byname", "NAME", 'C', 20},      {"byamount", "AMOUNT", 'N', 8}, {"byhired", "HIRED", 'D', 8},
+const TagDef kTagDefs[] = {{"byname", "NAME", 'C', 20},      {"byamount", "AMOUNT", 'N', 8}, {"byhired", "HIRED", 'D', 8},
                        {"bycity", "UPPER(CITY)+NAME", 'C', 35}, {"ucity", "CITY", 'C' | 0x80, 15}, {"byqty", "STR(QTY,5)+NAME", 'C', 25}};
 
 class CdxBuild : public xbt::LibTest {
@@ -33,7 +33,7 @@ protected:
     }
     // Harbour's dump; a rebuilt tag holds equal keys in record order, as
     // Harbour's does.
-    std::vector<KeyLine> want(const Spec &s) { return cdx::expected(cdx::kTags[&s - kSpecs]); }
+    std::vector<KeyLine> want(const TagDef &s) { return cdx::expected(cdx::kTags[&s - kTagDefs]); }
     std::string table;
     int t = -1;
 };
@@ -47,8 +47,8 @@ TEST_F(CdxBuild, EveryHarbourTagBuiltAfreshWalksLikeItsDump) {
     const std::string fresh = path("fresh.cdx");
     ASSERT_EQ(DBfpCreateIndex(cs(fresh.c_str())), 0);
     ASSERT_EQ(DBfpOpenIndex(&h, cs(fresh.c_str()), 0), 0);
-    for (const Spec &s : kSpecs) ASSERT_EQ(DBfpCreateTag(h, cs(s.name), s.mode, cs(s.expr), s.keylen, nullptr), 0) << s.name;
-    for (const Spec &s : kSpecs) {
+    for (const TagDef &s : kTagDefs) ASSERT_EQ(DBfpCreateTag(h, cs(s.name), s.mode, cs(s.expr), s.keylen, nullptr), 0) << s.name;
+    for (const TagDef &s : kTagDefs) {
         int tag = -1;
         ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(s.name)), 0);
         ASSERT_EQ(DBfpBuildIndex(t, tag), 0) << s.name;
@@ -62,7 +62,7 @@ TEST_F(CdxBuild, EveryHarbourTagBuiltAfreshWalksLikeItsDump) {
     for (int n = 1; n <= 6; n++) {
         int tag = -1;
         ASSERT_EQ(DBfpOpenTag(&tag, h, n), 0);
-        const Spec &s = kSpecs[n - 1];
+        const TagDef &s = kTagDefs[n - 1];
         ASSERT_EQ(DBfpSetDefaultKeyType(tag, s.mode & 0x7F), 0);
         char expr[256];
         ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
@@ -71,7 +71,7 @@ TEST_F(CdxBuild, EveryHarbourTagBuiltAfreshWalksLikeItsDump) {
     }
     ASSERT_EQ(DBfpCloseIndex(h), 0);
     for (int compact : {0x400, 0}) {
-        for (const Spec &s : kSpecs) {
+        for (const TagDef &s : kTagDefs) {
             const std::string f = path(std::string(s.name) + (compact ? ".cidx" : ".idx"));
             SCOPED_TRACE(f);
             ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), s.mode | compact, cs(s.expr), s.keylen, nullptr), 0);
