@@ -84,6 +84,17 @@ int _linkAfter(DBCDXWORK &p, DBCDXWORK &q) {
     }
     return 0;
 }
+
+// A split's new right sibling of w: a fresh empty page of w's kind, linked
+// in after w. Neither is the root any longer.
+int _newRightSibling(DBCDXWORK &w, DBCDXWORK &q) {
+    if (_DBfpNewPage(&q.at) != 0) return DBerrno;
+    std::memset(q.b, 0, DBCDXPAGE);
+    const int attr = _DBfpAttr(w.b) & ~1;
+    _DBStoreLE16(w.b, static_cast<uint16_t>(attr));
+    _DBStoreLE16(q.b, static_cast<uint16_t>(attr));
+    return _linkAfter(w, q);
+}
 }  // namespace
 
 // Write m entries (s_keys, s_recs) into the compact leaf w, splitting it in
@@ -139,12 +150,7 @@ static int _leafWrite(DBCDXWORK &w, int m, bool lastChanged, DBCDXUP &up) {
     }
     if (best < 0) return here.fail(DBE_CORRUPT, __LINE__);
     DBCDXWORK q;
-    if (_DBfpNewPage(&q.at) != 0) return DBerrno;
-    std::memset(q.b, 0, DBCDXPAGE);
-    const int attr = _DBfpAttr(w.b) & ~1;
-    _DBStoreLE16(w.b, static_cast<uint16_t>(attr));
-    _DBStoreLE16(q.b, static_cast<uint16_t>(attr));
-    if (_linkAfter(w, q) != 0) return DBerrno;
+    if (_newRightSibling(w, q) != 0) return DBerrno;
     if (!_DBfpLeafPack(w.b, wd, k, fill, s_keys, s_recs, best) ||
         !_DBfpLeafPack(q.b, wd, k, fill, s_keys + static_cast<size_t>(best) * k, s_recs + best, m - best))
         return here.fail(DBE_CORRUPT, __LINE__);
@@ -191,12 +197,7 @@ static int _nodeInsert(DBCDXWORK &w, int pos, const char *key, int32_t rec, int3
     }
     const int keep = pos < t->mk ? t->mk + 1 : t->mk;
     DBCDXWORK q;
-    if (_DBfpNewPage(&q.at) != 0) return DBerrno;
-    std::memset(q.b, 0, DBCDXPAGE);
-    const int attr = _DBfpAttr(w.b) & ~1;
-    _DBStoreLE16(w.b, static_cast<uint16_t>(attr));
-    _DBStoreLE16(q.b, static_cast<uint16_t>(attr));
-    if (_linkAfter(w, q) != 0) return DBerrno;
+    if (_newRightSibling(w, q) != 0) return DBerrno;
     std::memset(w.b + 12, 0, DBCDXPAGE - 12);
     std::memcpy(w.b + 12, items, static_cast<size_t>(keep) * L);
     _DBfpSetCount(w.b, keep);
