@@ -35,10 +35,8 @@ int _DBd3HeaderChanged() {
         x->u = 1;
         return 0;
     }
-    uint8_t b[8];
-    _DBStoreLE32(b, static_cast<uint32_t>(x->h.r));
-    _DBStoreLE32(b + 4, static_cast<uint32_t>(x->h.nb));
-    if (_DBosWriteAt(x->ph.dh, 0, b, sizeof b, x->ph.flush_disk) != 0) return here.fail(DBerrno, __LINE__);
+    // The bytes a flush ends with (nflush.cpp).
+    if (DBNDXFAM::writeHeader() != 0) return here.fail(DBerrno, __LINE__);
     return 0;
 }
 
