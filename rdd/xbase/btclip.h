@@ -19,6 +19,11 @@
 //   static int search(char *, int32_t *, int mode);
 //   static int refind(char *, int32_t *);  the saved entry found again
 //   static size_t keyBytes(const char *);  bytes of a key a caller passes
+//   static bool same(const char *, const char *);  equal keys
+//   static int64_t walkLimit();            the longest sound walk
+//   static void releaseOwn(Pkt *);         free what only this family holds
+//   static int close(int handle);          the public close
+//   kType, kPage;                          packet type, page size
 //   kWriteLock, kReadLock, kLocked;        lock bytes, lock-state value
 //   kNoPlaceNotFound;                      a step of a shared index with no
 //                                          saved place: "not found" (NTX)
@@ -208,6 +213,18 @@ int _DBClipChanged(int rc) {
     x->ck.r = 0;
     _DBClipForget<F>();
     return _DBStatus(rc);
+}
+
+// What an add or a delete does first: resolve, check, take the write lock
+// when the index locks itself, reread the header. Non-zero: the status to
+// return, the change already given up.
+template <class F>
+int _DBClipChangeBegin(int handle, const char *key, DBClipAutoLock<F> &lock) {
+    if (F::resolve(handle) != 0) return DBerrno;
+    if (!key) return kClipSite.fail(DBE_NULLPARAM, __LINE__);
+    if (F::pkt()->ph.m.read_only) return _DBClipChanged<F>(kClipSite.fail(DBE_READONLY, __LINE__));
+    if (lock.take() != 0 || _DBClipRefresh<F>() != 0) return _DBClipChanged<F>(DBerrno);
+    return 0;
 }
 
 // ---- Positions ---------------------------------------------------------------
@@ -451,6 +468,15 @@ int _DBClipResolve(int handle) {
 
 // ---- Searches ----------------------------------------------------------------
 
+// One level down the path from page, as the searches descend.
+template <class F>
+int _DBClipPathPush(int32_t page, char **pg, int at_root) {
+    typename F::Pkt *x = F::pkt();
+    typename F::Tree tr;
+    const int rc = _DBPathPush(tr, x->t, x->td, x->tl, page, pg, at_root);
+    return rc < 0 ? kClipSite.fail(rc, __LINE__) : rc;
+}
+
 // One step of the path from where it stands, as the searches walk.
 template <class F>
 int _DBClipPathStep(bool forward) {
@@ -479,29 +505,6 @@ int _DBClipKeySearchCall(int handle, char *key, int32_t *recno, int mode) {
     rc = _DBSearchModes(mode, rc, key, F::pkt()->h.k, F::walkLimit(), next, F::same);
     if (rc < 0) rc = kClipSite.fail(rc, __LINE__);
     return _DBClipSettle<F>(rc, key, *recno);
-}
-
-// ---- Changes: the prologue ---------------------------------------------------
-
-// What an add or a delete does first: resolve, check, take the write lock
-// when the index locks itself, reread the header. Non-zero: the status to
-// return, the change already given up.
-template <class F>
-int _DBClipChangeBegin(int handle, const char *key, DBClipAutoLock<F> &lock) {
-    if (F::resolve(handle) != 0) return DBerrno;
-    if (!key) return kClipSite.fail(DBE_NULLPARAM, __LINE__);
-    if (F::pkt()->ph.m.read_only) return _DBClipChanged<F>(kClipSite.fail(DBE_READONLY, __LINE__));
-    if (lock.take() != 0 || _DBClipRefresh<F>() != 0) return _DBClipChanged<F>(DBerrno);
-    return 0;
-}
-
-// One level down the path from page, as the searches descend.
-template <class F>
-int _DBClipPathPush(int32_t page, char **pg, int at_root) {
-    typename F::Pkt *x = F::pkt();
-    typename F::Tree tr;
-    const int rc = _DBPathPush(tr, x->t, x->td, x->tl, page, pg, at_root);
-    return rc < 0 ? kClipSite.fail(rc, __LINE__) : rc;
 }
 
 // ---- Build -------------------------------------------------------------------
