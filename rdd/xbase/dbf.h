@@ -118,6 +118,8 @@ int _DBNamedFieldCall(int (*convert)(void *, int, int), int handle, char *name, 
 
 // Field converters on DBxbd's record buffer (type: letter or binary code).
 int _DBVerifyField(int handle, int field);
+// A field's description in the form a table is created from (dfinfo.cpp).
+void _DBDescribeField(const DBFIELDSTRUC &f, DBFIELD *out);
 int _DBGetFieldData(void *out, int field, int type);
 int _DBPutFieldData(void *in, int field, int type);
 

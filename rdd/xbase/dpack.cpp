@@ -225,19 +225,10 @@ int _pack(int *handle) {
     DBOwned<DBFIELD> fields;
     if (nf > 0 && fields.alloc(static_cast<size_t>(nf), here.id, __LINE__) != 0) return DBerrno;
     for (int i = 0; i < nf; i++) {
-        const DBFIELDSTRUC &f = old->f[i];
-        DBFIELD &o = fields[i];
-        // The in-memory name is terminated within its 11 bytes; bound the
-        // copy all the same.
-        size_t len = 0;
-        while (len < sizeof f.n && len + 1 < sizeof o.name && f.n[len]) len++;
-        std::memcpy(o.name, f.n, len);
-        o.name[len] = '\0';
+        _DBDescribeField(old->f[i], &fields[i]);
         // The production-index flag of each field goes along; the create
         // uses it only where the style keeps one.
-        o.type = static_cast<unsigned char>(f.t) | (f.i ? 0x100 : 0);
-        o.len = f.l;
-        o.decpl = f.t == 'C' ? 0 : f.d;
+        if (old->f[i].i) fields[i].type |= 0x100;
     }
 
     // 6, 7. The new table beside the old one.
