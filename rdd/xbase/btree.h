@@ -98,6 +98,15 @@ enum DBPAGEWRITEMODE {
                    // change it before we look again (shared, not locked)
 };
 
+// How a changed page of a file opened as ph goes out: deferred in a
+// buffered file, at once in a write-through one. Shared and not locked by
+// us, another process may change the page the moment it is written, so
+// our copy must not be served again.
+inline DBPAGEWRITEMODE _DBPageWriteMode(const DBPKTHDR &ph) {
+    if (!ph.m.always_flush) return DBPW_DEFER;
+    return ph.m.shared && ph.ls == 0 ? DBPW_DROP : DBPW_THROUGH;
+}
+
 // Set up the directory (entries) and up to `buffers` buffers of the file's
 // page size, stopping at the first allocation failure; fewer than `least`
 // buffers gives -203 with nothing allocated.

@@ -4,20 +4,12 @@
 
 namespace {
 constexpr DBSite here{"rdd/xbase/cpput"};
-
-DBPAGEWRITEMODE _mode() {
-    const DBNTXPKT *x = DBcli;
-    if (!x->ph.m.always_flush) return DBPW_DEFER;
-    // Shared and not locked by us: another process may change the page the
-    // moment it is written, so the copy must not be served again.
-    return x->ph.m.shared && x->ph.ls == 0 ? DBPW_DROP : DBPW_THROUGH;
-}
 }  // namespace
 
 int _DBclWritePage(int32_t page) {
     DBNTXPKT *x = DBcli;
     if (x->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
-    const DBPAGEWRITEMODE mode = _mode();
+    const DBPAGEWRITEMODE mode = _DBPageWriteMode(x->ph);
     if (_DBPageWrite(x->pc, _DBclPageFile(), page, mode) != 0) return here.fail(DBerrno, __LINE__);
     if (mode == DBPW_DEFER) x->u = 1;
     return 0;
@@ -26,7 +18,7 @@ int _DBclWritePage(int32_t page) {
 int _DBclStorePage(int32_t page, const char *data) {
     DBNTXPKT *x = DBcli;
     if (x->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
-    const DBPAGEWRITEMODE mode = _mode();
+    const DBPAGEWRITEMODE mode = _DBPageWriteMode(x->ph);
     if (_DBPageStore(x->pc, _DBclPageFile(), page, data, mode) != 0) return here.fail(DBerrno, __LINE__);
     if (mode == DBPW_DEFER) x->u = 1;
     return 0;

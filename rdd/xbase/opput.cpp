@@ -8,21 +8,14 @@
 namespace {
 constexpr DBSite here{"rdd/xbase/opput"};
 
-DBPAGEWRITEMODE _mode() {
-    const DBCDXPKT *x = DBfpi;
-    if (!x->ph.m.always_flush) return DBPW_DEFER;
-    // Shared and not locked by us: another process may change the page the
-    // moment it is written, so our copy must not be served again.
-    return x->ph.m.shared && x->ph.ls == 0 ? DBPW_DROP : DBPW_THROUGH;
-}
-
 bool _pageOf(int32_t p) { return _DBPageValid(_DBfpPageFile(DBfpt), p); }
 }  // namespace
 
 int _DBfpStorePage(int32_t page, const char *data) {
     DBCDXPKT *x = DBfpi;
     if (x->ph.m.read_only) return here.fail(DBE_READONLY, __LINE__);
-    if (_DBPageStore(DBfpt->cp, _DBfpPageFile(DBfpt), page, data, _mode()) != 0) return here.fail(DBerrno, __LINE__);
+    if (_DBPageStore(DBfpt->cp, _DBfpPageFile(DBfpt), page, data, _DBPageWriteMode(x->ph)) != 0)
+        return here.fail(DBerrno, __LINE__);
     // Every change counts, so other processes see that the file moved.
     x->index_modified = 1;
     return 0;
