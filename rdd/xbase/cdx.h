@@ -22,7 +22,7 @@
 //      15   1  s                              signature (1)
 //
 // A file is compact when the options at H = 0 have any of 0xE0. A compact
-// header is two pages; its second part (DBCDXHDR2) and expression pool:
+// header is two pages; the rest of its first page and its expression pool:
 //
 //     H+502   2  ko     key order, 0 ascending, 1 descending (kept, not used)
 //     H+504   2  epl    where the FOR expression starts in the pool (= kepl)
@@ -117,11 +117,6 @@ struct DBCDXHDR {
     uint8_t s;
 };
 
-// The tail of a compact header's first page.
-struct DBCDXHDR2 {
-    uint16_t ko, epl, fepl, u5, kepl;
-};
-
 // The current key of a shared tag, so that a relative move finds its place
 // again after the cached pages were dropped.
 struct DBCDXKEY {
@@ -195,7 +190,6 @@ extern int32_t qd_pagenos[512];
 extern int g_logging;
 
 inline bool _DBfpIsCompact(uint8_t options) { return (options & DBCDX_COMPACTBITS) != 0; }
-inline bool _DBfpShared() { return DBfpi->ph.m.shared; }
 inline int32_t _DBfpRoot(const DBCDXTAG *t) { return t->index_header.index_file_root_page_offset; }
 inline bool _DBfpUnique(const DBCDXTAG *t) { return (t->index_header.unique_flag & DBCDX_UNIQUE) != 0; }
 inline int _DBfpBitLen(uint32_t v) {
@@ -228,8 +222,6 @@ inline int32_t _DBfpItemRec(const DBCDXTAG *t, const char *pg, int i) {
 }
 // Whether a node's entries are packed (a compact leaf).
 inline bool _DBfpPacked(const DBCDXTAG *t, const char *pg) { return t->compact && _DBfpLeaf(pg); }
-// Items an interior or non-compact node may hold.
-inline int _DBfpMaxItems(const DBCDXTAG *t) { return t->max_number_keys_page; }
 
 // Whether a page read from the file can be worked on (counts, widths, masks
 // and stored lengths). ctx is the tag.
@@ -401,11 +393,6 @@ inline int _DBfpSave(const DBCDXWORK &w) { return _DBfpStorePage(w.at, w.b); }
 
 // Check the whole tree of DBfpt.
 int _DBfpCheck(DBTREECHECK &r, bool strict);
-
-// Bulk writing of sorted items (key K bytes + record 4 bytes BE) into the
-// empty tree of DBfpt.
-class DBKeySorter;
-int _DBfpWriteSorted(DBKeySorter &sort, uint32_t maxrec);
 
 // The vorn_debugf hook: the host's printf-like diagnostic function, if it
 // has one.

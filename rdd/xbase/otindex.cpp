@@ -215,8 +215,6 @@ int _write(DBKeySorter &sort, uint32_t maxrec) {
 }
 }  // namespace
 
-int _DBfpWriteSorted(DBKeySorter &sort, uint32_t maxrec) { return _write(sort, maxrec); }
-
 extern "C" DBAPI int DBfpBuildIndex(int table, int tag) {
     if (_DBLockDataStruc(table) != 0) return DBerrno;
     if (_DBfpLockIndexStruc(tag) != 0) return DBerrno;
