@@ -145,7 +145,8 @@ struct Table {
     // The memo file beside the table: the same name with .fpt or .dbt, in
     // either letter case.
     void openMemo(bool write) {
-        const std::string base = path.substr(0, path.size() - extension(path).size());
+        const std::string ext = extension(path);
+        const std::string base = ext.empty() ? path + "." : path.substr(0, path.size() - ext.size());
         for (const char *e : {"fpt", "FPT", "dbt", "DBT"}) {
             if (!exists(base + e)) continue;
             memoPath = base + e;
@@ -213,6 +214,8 @@ Value fieldValue(const Table &t, int i) {
         // Stored as yyyymmdd; shown as yyyy-mm-dd.
         if (rtrim(s).empty()) {
             v.kind = Value::Null;
+        } else if (s.size() != 8) {
+            v.text = s;  // a damaged width: shown as it stands
         } else {
             v.text = s.substr(0, 4) + "-" + s.substr(4, 2) + "-" + s.substr(6, 2);
         }
