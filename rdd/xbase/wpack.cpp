@@ -1,6 +1,6 @@
 // wpack.cpp - packing FPT memo files: every memo that a record points to is
 // copied, type word and all, into a new file without the abandoned blocks,
-// and the new file takes the old one's place (tpack.cpp has the order of
+// and the new file takes the old one's place (tmark.cpp has the order of
 // renames that keeps the old file safe until the end). Reading a memo whole
 // and appending it to a file being filled are shared with the structure
 // change (dmodify.cpp), which fills a new FPT file the same way.
@@ -31,9 +31,7 @@ int _DBfpAppendMemo(int fd, int32_t bs, int32_t *ff, int32_t type, uint8_t *buf,
     const int64_t blocks = (static_cast<int64_t>(len) + 8 + bs - 1) / bs;
     const int64_t next = *ff + (blocks < 1 ? 1 : blocks);
     if (next > INT32_MAX / bs) return here.fail(DBE_WRITE, __LINE__);
-    if (DBosSetFilePosition(fd, *ff * bs) != 0) return here.fail(DBerrno, __LINE__);
-    DBerrno = 0;
-    if (DBosWriteData(fd, buf, len + 8, 0) != 0) return here.fail(DBerrno, __LINE__);
+    if (_DBosWriteAt(fd, *ff * bs, buf, len + 8, 0) != 0) return here.fail(DBerrno, __LINE__);
     *nb = *ff;
     *ff = static_cast<int32_t>(next);
     return 0;
@@ -42,9 +40,9 @@ int _DBfpAppendMemo(int fd, int32_t bs, int32_t *ff, int32_t type, uint8_t *buf,
 int _DBfpFinishFile(int fd, int32_t bs, int32_t ff) {
     uint8_t raw[4];
     _DBStoreBE32(raw, static_cast<uint32_t>(ff));
-    if (DBosSetFilePosition(fd, 0) != 0) return here.fail(DBerrno, __LINE__);
-    if (DBosWriteData(fd, raw, 4, 0) != 0) return here.fail(DBerrno, __LINE__);
-    return DBosSetFileSize(fd, ff * bs);
+    if (_DBosWriteAt(fd, 0, raw, 4, 0) != 0) return here.fail(DBerrno, __LINE__);
+    if (DBosSetFileSize(fd, ff * bs) != 0) return here.fail(DBerrno, __LINE__);
+    return 0;
 }
 
 extern "C" DBAPI int DBfpPackMemo(int dbf, int *memo) {
