@@ -32,14 +32,16 @@ struct DBCDXUP {
 
 namespace {
 
-int _unpack(const char *pg, int *m) {
+// The entries of the compact leaf pg (page `page`) into s_keys and
+// s_recs. What the search decoded of the same page is taken as it stands.
+int _unpack(const char *pg, int32_t page, int *m) {
     DBCDXTAG *t = DBfpt;
     const int n = _DBfpCount(pg);
     if (n > DBCDX_MAXENTRIES) return here.fail(DBE_CORRUPT, __LINE__);
     // Decoded through the tag's leaf record, then copied: one decoder.
     const char *k = nullptr;
     int32_t r = 0;
-    if (n > 0 && _DBfpLeafEntry(t, -1, pg, n - 1, &k, &r) != 0) return DBerrno;
+    if (n > 0 && _DBfpLeafEntry(t, page, pg, n - 1, &k, &r) != 0) return DBerrno;
     if (n > 0) {
         std::memcpy(s_keys, t->lf.keys, static_cast<size_t>(n) * t->k);
         std::memcpy(s_recs, t->lf.recs, static_cast<size_t>(n) * sizeof(int32_t));
@@ -315,7 +317,7 @@ int _DBfpInsert(const char *key, int32_t rec) {
     DBCDXUP up;
     if (_DBfpPacked(t, w.b)) {
         int m = 0;
-        if (_unpack(w.b, &m) != 0) return DBerrno;
+        if (_unpack(w.b, w.at, &m) != 0) return DBerrno;
         if (m + 1 > DBCDX_MAXENTRIES) return here.fail(DBE_CORRUPT, __LINE__);
         const size_t k = static_cast<size_t>(t->k);
         std::memmove(s_keys + (pos + 1) * k, s_keys + pos * k, (m - pos) * k);
@@ -344,7 +346,7 @@ int _DBfpRemove() {
         up.removed = true;
     } else if (_DBfpPacked(t, w.b)) {
         int m = 0;
-        if (_unpack(w.b, &m) != 0) return DBerrno;
+        if (_unpack(w.b, w.at, &m) != 0) return DBerrno;
         const size_t k = static_cast<size_t>(t->k);
         std::memmove(s_keys + pos * k, s_keys + (pos + 1) * k, (m - pos - 1) * k);
         std::memmove(s_recs + pos, s_recs + pos + 1, static_cast<size_t>(m - pos - 1) * sizeof(int32_t));
