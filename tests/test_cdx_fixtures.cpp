@@ -391,32 +391,4 @@ TEST_F(CdxFixture, LeafDumpAndLockTracePrintThroughTheHostHook) {
     EXPECT_EQ(DBfpUnLockIndex(tag, nullptr, 0), 0);
 }
 
-// Termination closes what is open through the close table: a key added to
-// a buffered file is on disk afterwards.
-TEST(CdxTerminate, TerminateWritesAndClosesOpenIndexes) {
-    xbt::TempDir tmp;
-    ASSERT_EQ(DBInitialize(20, 4), 0);
-    const std::string c = tmp.path("t.cdx"), i = tmp.path("t.idx");
-    ASSERT_EQ(DBfpCreateIndex(cs(c.c_str())), 0);
-    ASSERT_EQ(DBfbCreateIndex(cs(i.c_str()), 'C', cs("NAME"), 6, nullptr), 0);
-    int hc = -1, hi = -1;
-    ASSERT_EQ(DBfpOpenIndex(&hc, cs(c.c_str()), 0), 0);
-    ASSERT_EQ(DBfbOpenIndex(&hi, cs(i.c_str()), 0), 0);
-    ASSERT_EQ(DBfpCreateTag(hc, cs("names"), 'C', cs("NAME"), 6, nullptr), 0);
-    ASSERT_EQ(DBfbSetDefaultKeyType(hi, 'C'), 0);
-    ASSERT_EQ(DBfbAddKey(hi, cs("ZED"), 9), 0);
-    DBTerminate();
-    ASSERT_EQ(DBInitialize(20, 4), 0);
-    ASSERT_EQ(DBfbOpenIndex(&hi, cs(i.c_str()), 0), 0);
-    ASSERT_EQ(DBfbSetDefaultKeyType(hi, 'C'), 0);
-    char key[16] = "ZED";
-    int32_t rec = 0;
-    EXPECT_EQ(DBfbKeySearch(hi, key, &rec, 1), 0);
-    EXPECT_EQ(rec, 9);
-    ASSERT_EQ(DBfpOpenIndex(&hc, cs(c.c_str()), 0), 0);
-    int tag = -1;
-    EXPECT_EQ(DBfpOpenNamedTag(&tag, hc, cs("NAMES")), 0);
-    DBTerminate();
-}
-
 }  // namespace

@@ -120,9 +120,7 @@ TEST_F(CdxTree, RandomChangesMatchTheModel) {
         {"n.idx", 1, 0, 6000, 1000, 0, {{'C', 120, false}}},  // long keys
         {"u.idx", 1, 0, 6000, 1000, 0, {{'C', 120, true}}},
         {"c.idx", 0, 0, 12000, 2000, 5000, {{'C', 12, false}}},
-        {"nn.idx", 0, 0, 12000, 2000, 5000, {{'N', 8, false}}},
-        {"s.cdx", 1, DBO_SHARED | DBO_FLUSH, 5000, 1000, 2500, {{'C', 12, false}, {'D', 8, false}}},
-        {"a.cdx", 1, DBO_AUTOLOCK, 5000, 1000, 2500, {{'C', 12, false}, {'D', 8, false}}}};
+        {"s.cdx", 1, DBO_SHARED | DBO_FLUSH, 5000, 1000, 2500, {{'C', 12, false}, {'D', 8, false}}}};
     uint64_t seed = 1;
     for (const auto &f : files) {
         SCOPED_TRACE(f.file);
