@@ -53,6 +53,12 @@ TEST_F(CdxBuild, EveryHarbourTagBuiltAfreshWalksLikeItsDump) {
         ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(s.name)), 0);
         ASSERT_EQ(DBfpBuildIndex(t, tag), 0) << s.name;
         EXPECT_TRUE(idx::same(cdx::walk(tag), want(s))) << s.name;
+        // DBfpMakeKey of a record gives the key the build stored for it.
+        const KeyLine some = want(s)[7];
+        ASSERT_GE(DBGetRecord(t, some.rec), 0);
+        char key[256];
+        ASSERT_EQ(DBfpMakeKey(t, tag, key), 0);
+        EXPECT_EQ(std::string(key, static_cast<size_t>(s.keylen)), some.key) << s.name;
         cdx::expectSound(tag, want(s).size(), s.name);
         ASSERT_EQ(DBfpCloseTag(tag), 0);
     }
