@@ -118,11 +118,8 @@ TEST_F(CdxTree, RandomChangesMatchTheModel) {
     const struct { const char *file; int compact, mode, ops, every, reopen; std::vector<TagSpec> tags; } files[] = {
         {"t.cdx", 1, 0, 24000, 2000, 6000, {{'C', 12, false}, {'N', 8, true}, {'D', 8, false}}},
         {"n.idx", 1, 0, 6000, 1000, 0, {{'C', 120, false}}},  // long keys
-        {"u.idx", 1, 0, 6000, 1000, 0, {{'C', 120, true}}},
         {"c.idx", 0, 0, 12000, 2000, 5000, {{'C', 12, false}}},
-        {"nn.idx", 0, 0, 12000, 2000, 5000, {{'N', 8, false}}},
-        {"s.cdx", 1, DBO_SHARED | DBO_FLUSH, 5000, 1000, 2500, {{'C', 12, false}, {'D', 8, false}}},
-        {"a.cdx", 1, DBO_AUTOLOCK, 5000, 1000, 2500, {{'C', 12, false}, {'D', 8, false}}}};
+        {"s.cdx", 1, DBO_SHARED | DBO_FLUSH, 5000, 1000, 2500, {{'C', 12, false}, {'D', 8, false}}}};
     uint64_t seed = 1;
     for (const auto &f : files) {
         SCOPED_TRACE(f.file);
