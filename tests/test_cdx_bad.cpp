@@ -215,6 +215,21 @@ TEST_F(CdxBad, OpenChecksInTheirOrder) {
     put32(b, 8, 1536);
     EXPECT_EQ(open(b, &h), DBW_BADFILELEN);
     EXPECT_EQ(DBfbCloseIndex(h), 0);
+    // New pages go at the recorded end: it must be a page boundary past the
+    // header and the root.
+    for (uint32_t end : {1000u, 512u}) {
+        b = plainIdx(pa);
+        put32(b, 8, end);
+        EXPECT_EQ(open(b, &h), DBE_CORRUPT) << "recorded end " << end;
+    }
+    // A compound file's directory keys its tags by names of 10 bytes.
+    ASSERT_EQ(DBfpCreateIndex(cs(path("d.cdx").c_str())), 0);
+    for (int k : {8, 20}) {
+        Bytes d = xbt::readFile(path("d.cdx"));
+        put16(d, 12, static_cast<uint32_t>(k));
+        xbt::writeFile(path("dk.cdx"), d);
+        EXPECT_EQ(DBfpOpenIndex(&h, cs(path("dk.cdx").c_str()), 0), DBE_CORRUPT) << "directory key length " << k;
+    }
     EXPECT_EQ(open(good, &h, "a.idx", 0x41), DBE_BADVERSION);
     EXPECT_EQ(DBfbOpenIndex(nullptr, cs("a.idx"), 0), DBE_NULLPARAM);
     EXPECT_EQ(DBfbOpenIndex(&h, cs(path("missing.idx").c_str()), 0), DBE_NOTFOUND);

@@ -62,8 +62,16 @@ int _openFile(DBCDXPKT *x, char *filename, int mode, int32_t *measured) {
     if (t->compact && (t->index_header.unique_flag & (DBCDX_DIRECTORY | DBCDX_COMPOUND))) {
         t->index_key_type = 'C';
         t->fc = ' ';
+        // Directory entries are tag names of 10 bytes; the code that reads
+        // and writes them relies on that.
+        if (t->k != 10) return here.fail(DBE_CORRUPT, __LINE__);
     }
-    if (!t->compact) x->file_size = static_cast<int32_t>(t->index_header.number_of_pages_in_index_file);
+    if (!t->compact) {
+        // A non-compact file keeps its own end, where new pages go: it must
+        // be a page boundary past the header and the root.
+        x->file_size = static_cast<int32_t>(t->index_header.number_of_pages_in_index_file);
+        if (x->file_size % DBCDXPAGE != 0 || x->file_size < 2 * DBCDXPAGE) return here.fail(DBE_CORRUPT, __LINE__);
+    }
     else x->cs = t->index_header.number_of_pages_in_index_file;
     x->ff = t->index_header.upt;
     return 0;
