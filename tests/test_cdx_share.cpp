@@ -91,6 +91,16 @@ TEST_F(CdxShare, LockBytesSeenFromAnotherProcess) {
         ASSERT_EQ(DBfpLockIndex(h, 0, nullptr, 0), 0);
         EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked);
         ASSERT_EQ(DBfpCloseIndex(h), 0);
+        // A header that cannot be read (another process cut the file short)
+        // fails the lock, and the byte is given back: kept, the handle would
+        // take itself for locked from then on.
+        ASSERT_EQ(DBfpOpenIndex(&h, cs(k.file.c_str()), DBO_SHARED), 0);
+        ASSERT_EQ(truncate(k.file.c_str(), 0), 0);
+        for (int round = 0; round < 2; round++) {
+            EXPECT_LT(DBfpLockIndex(h, 0, nullptr, 0), 0) << k.file << " round " << round;
+            EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked) << k.file << " round " << round;
+        }
+        EXPECT_EQ(DBfpCloseIndex(h), 0);
     }
 }
 

@@ -53,7 +53,14 @@ int _DBClipLock(int type) {
     if (DBosLockData(x->ph.dh, type, type == 2 ? F::kReadLock : F::kWriteLock, 1) != 0)
         return kClipSite.fail(DBerrno, __LINE__);
     x->ph.ls = F::kLocked;
-    if (F::readHeader() != 0) return DBerrno;
+    if (F::readHeader() != 0) {
+        // A lock whose header could not be read is given back: kept, it
+        // would make every later call skip locking (and never unlock).
+        const int rc = DBerrno;
+        DBosLockData(x->ph.dh, 1, type == 2 ? F::kReadLock : F::kWriteLock, 1);
+        x->ph.ls = 0;
+        return _DBStatus(rc);
+    }
     x->ph.m.read_header_information = 0;
     return 0;
 }

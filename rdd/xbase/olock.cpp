@@ -49,7 +49,15 @@ int _DBfpLockIndex(int type) {
         if (rc == 0) rc = _DBfpGetIndexHeader();
     }
     DBfpt = saved;
-    return rc != 0 ? here.fail(rc, __LINE__) : 0;
+    if (rc != 0) {
+        // A lock whose header could not be read is given back: kept, it
+        // would make every later call skip locking (and never unlock).
+        DBosLockData(x->ph.dh, 1, _byte(), 1);
+        x->ph.ls = 0;
+        x->ph.m.read_header_information = 1;
+        return here.fail(rc, __LINE__);
+    }
+    return 0;
 }
 
 int _DBfpUnLockIndex() {
