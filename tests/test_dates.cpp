@@ -135,7 +135,7 @@ TEST_F(LibTest, ParserAndComposites) {
     }
 }
 
-// Out-of-range day numbers, names and styles refused with nothing written; NULL pointers everywhere.
+// Out-of-range day numbers, names and styles refused with nothing written; NULL pointers.
 TEST_F(LibTest, BadNumbersAndNullPointers) {
     for (int n : {0, -1, 3652060, INT32_MIN, INT32_MAX}) {
         int v = 7;
@@ -148,19 +148,10 @@ TEST_F(LibTest, BadNumbersAndNullPointers) {
     EXPECT_EQ(V({DBDayOfWeek(o, 7), DBDayOfWeek(o, -1), DBMonthToStr(o, 0), DBMonthToStr(o, 13), DBGetDateStr(o, 0),
                  DBDate3ToStr(o, 0, 2024, 2, 9), DBDate3ToStr(o, 16, 2024, 2, 9), DBDate3ToStr(o, 0, 2024, 2, 30)}),
               V({BAD, BAD, BAD, BAD, CMD, CMD, CMD, BAD}));  // the date is judged before the style
-    for (int rc : {DBDate3ToLong(nullptr, 2000, 1, 1), DBDate3ToStr(nullptr, 4, 2000, 1, 1),
-                   DBLongDateTo3(nullptr, &v, &v, 5), DBLongDateTo3(&v, nullptr, &v, 5),
-                   DBLongDateTo3(&v, &v, nullptr, 5), DBLongDateToDayOfWeek(nullptr, 5), DBLongDateToStr(nullptr, 4, 5),
-                   DBStrDateTo3(nullptr, &v, &v, s, 4), DBStrDateTo3(&v, nullptr, &v, s, 4),
-                   DBStrDateTo3(&v, &v, nullptr, s, 4), DBStrDateTo3(&v, &v, &v, nullptr, 4),
-                   DBIsValidDateStr(nullptr, 4), DBIsStrLeapYear(nullptr, 4), DBStrDateToLong(&v, nullptr, 4),
-                   DBStrDateToLong(nullptr, s, 4), DBStrDateToIntDayWeek(nullptr, s, 4), DBDaysInMonth(nullptr, 2024, 2),
-                   DBStrDateToDayOfWeek(nullptr, s, 4), DBStrDateToMonth(nullptr, s, 4), DBDaysInMonthStr(nullptr, s, 4),
-                   DBConvertDateStr(nullptr, 1, s, 4), DBConvertDateStr(o, 1, nullptr, 4),
-                   DBDaysBetweenStr(nullptr, nullptr, 99, s, 4), DBDaysBetweenStr(&v, s, 4, nullptr, 4),
-                   DBDayOfWeek(nullptr, 1), DBMonthToStr(nullptr, 1), DBGetDefaultDateStyle(nullptr, o),
-                   DBGetDefaultDateStyle(&v, nullptr), DBGetDate3(nullptr, &v, &v, &v), DBGetDate3(&v, nullptr, &v, &v),
-                   DBGetDate3(&v, &v, nullptr, &v), DBGetDate3(&v, &v, &v, nullptr), DBGetDateStr(nullptr, 4)})
+    // NULL pointers: a few representative calls (each kind of argument, the NULL first or last).
+    for (int rc : {DBDate3ToLong(nullptr, 2000, 1, 1), DBLongDateTo3(&v, &v, nullptr, 5),
+                   DBStrDateTo3(&v, &v, &v, nullptr, 4), DBDaysBetweenStr(nullptr, nullptr, 99, s, 4),
+                   DBConvertDateStr(o, 1, nullptr, 4), DBGetDefaultDateStyle(&v, nullptr), DBGetDateStr(nullptr, 4)})
         EXPECT_EQ(rc, NUL) << "call " << i++;
 }
 

@@ -61,12 +61,11 @@ TEST_F(PackCrash, TablePack) {
 }
 
 // NAME C(10), NOTES M: twelve rows with memos, half of them rewritten so
-// that the old texts are dead and the pack moves the rest; for DBT in both
-// layouts and FPT, the table shared.
+// that the old texts are dead and the pack moves the rest; for DBT (dBASE
+// III) and FPT, the table shared.
 TEST_F(PackCrash, MemoPack) {
     const struct { bool fpt; int size, version, style; const char *memo, *work, *backup; } families[] = {
-        {false, 1, 3, 1, "t.dbt", "0.DBT", "1.DBT"}, {false, 1, 2, 2, "t.dbt", "0.DBT", "1.DBT"},
-        {true, 1, 0, 4, "t.fpt", "0.FPT", "1.FPT"}};
+        {false, 1, 3, 1, "t.dbt", "0.DBT", "1.DBT"}, {true, 1, 0, 4, "t.fpt", "0.FPT", "1.FPT"}};
     for (const auto &f : families) {
         SCOPED_TRACE(f.style);
         restore({});
