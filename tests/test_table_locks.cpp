@@ -1,5 +1,5 @@
 // test_table_locks.cpp - table locks between processes: each lock's byte range per style group and
-// switch as another process sees it, lock bits, refusals after retries, writes that need locks.
+// switch as another process sees it, lock bits, writes that need locks.
 #include "tablea_util.h"
 
 #include <fcntl.h>
@@ -84,19 +84,6 @@ TEST_F(TableLockTest, EveryKindInEveryGroupAsAnotherProcessSeesIt) {
         }
         ASSERT_EQ(DBCloseFile(h), 0);
     }
-}
-
-// A lock another process holds is refused with the mapped status and changes nothing of ours.
-TEST_F(TableLockTest, ALockHeldByAnotherProcessIsRefused) {
-    const std::string p = path("held.dbf");
-    const int h = table(p, 1 | DBO_SHARED | DBO_MULTILOCK);
-    const int refused = static_cast<int>(EAGAIN | 0xC0000000u);  // F_SETLK's answer, mapped
-    ASSERT_EQ(DBLockRecord(h, 3), 0);
-    xbt::ChildLock child(p, 4, 193);  // header bytes 4..7 and records 1 and 2
-    ASSERT_TRUE(child.ok());
-    EXPECT_EQ(DBLockRecord(h, 2), refused);
-    EXPECT_EQ(DBLockHeader(h), refused);
-    EXPECT_EQ(bits(h), 11);
 }
 
 // In a shared table, writes without their record's lock (and without automatic locks) are refused and leave the
