@@ -125,8 +125,8 @@ TEST_F(Modify, EveryConversion) {
 
 // A table with memos in each kind: NOTES kept (some of its old texts dead),
 // TITLE from text to memo, SUMMARY from memo to text (cut). The new memo
-// file holds what the records point to, deleted records included, and
-// python3-dbfread reads the texts through the new pointers.
+// file holds what the records point to, deleted records included
+// (PeerFiles has python3-dbfread read a changed memo file).
 TEST_F(Modify, MemoKinds) {
     const struct { bool fpt; int size, version, style; const char *memo; } kinds[] = {
         {false, 1, 3, 1, "t.dbt"}, {true, 1, 0, 4, "t.fpt"}};
@@ -172,15 +172,6 @@ TEST_F(Modify, MemoKinds) {
         const Bytes nm = xbt::readFile(path(k.memo));
         if (k.fpt) EXPECT_EQ(mt::get32(nm, 4, true), 512u);
         ASSERT_EQ(m.close() | DBCloseFile(h), 0);
-        const auto lines = tablea::dbfread(t(), "NOTES");
-        int seen = 0;
-        for (const auto &l : lines) {
-            if (l[0] != "memo") continue;
-            const int i = std::stoi(l[1]) + (std::stoi(l[1]) >= 4);  // dbfread numbers the active records
-            EXPECT_EQ(l[2], notes(i).empty() ? "-" : xbt::hex(notes(i))) << i;
-            seen++;
-        }
-        EXPECT_EQ(seen, 7);
     }
 }
 
