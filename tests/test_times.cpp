@@ -54,7 +54,8 @@ TEST_F(LibTest, TimePrintingAndNullPointers) {
                  DBTime3ToStr(o, 2, 23, 59, 59)}), V({BAD, BAD, BAD, BAD, BAD, BAD, CMD, CMD, CMD, 0}));
     EXPECT_STREQ(o, "2359");
     for (int rc : {DBTime3ToStr(nullptr, 1, 1, 1, 1), DBStrTimeTo3(&v, &v, &v, nullptr, 1),
-                   DBSecondsBetweenStr(&v, s, 1, nullptr, 1), DBGetTime3(&v, &v, &v, nullptr), DBGetTimeStr(nullptr, 1)})
+                   DBSecondsBetweenStr(&v, s, 1, nullptr, 1), DBGetTime3(&v, &v, &v, nullptr),
+                   DBGetTimeStr(nullptr, 1)})
         EXPECT_EQ(rc, NUL) << "call " << i++;
 }
 
