@@ -16,9 +16,6 @@ constexpr int BAD = DBE_BADDATE, CMD = DBE_BADCOMMAND, BLANK = DBW_EMPTY, NUL = 
 Buf text(const std::string &s) { return Buf(s.c_str(), s.c_str() + s.size() + 1); }
 int ymd(int y, int m, int d) { return y * 10000 + m * 100 + d; }
 bool leap(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
-// Whole days before year y by the average-year rule, in exact integers. The library multiplies by a double a
-// hair above 365.2425; truncation agrees because the exact product is whole or at least 1/400 from whole.
-int yearStart(int y) { return static_cast<int>(int64_t(y - 1) * 3652425 / 10000); }
 
 // Counts the composites that disagree with the parser's status rc: a failure passes on, a blank date (202)
 // fails in the second step, and the leap test answers 1 for the blank date's year 0.
@@ -34,31 +31,22 @@ int compositesDisagree(char *s, int style, int rc, int y) {
     return bad;
 }
 
-// Reference numbers, then every day number 1..3652059 against the rule above: a leap year's 31 December can
-// share its number with the next 1 January (which the inverse returns), a common year's end can skip one.
-TEST_F(LibTest, EveryDayNumberFollowsTheAverageYearRule) {
+// Reference numbers both ways by the average-year rule: a leap year's 31 December can share its number with the
+// next 1 January (which the inverse returns), and a common year's end can skip one (which the inverse refuses).
+TEST_F(LibTest, DayNumbersFollowTheAverageYearRule) {
     const int ref[][2] = {{10101, 1},         {19000101, 693596}, {19700101, 719163}, {20000101, 730120},
                           {99991231, 3652059}, {20241231, 739251}, {20250101, 739251}, {41231, 1461},
-                          {50101, 1461},       {11231, 365},       {20101, 366},       {20001231, 730485}, {101, -364}};
+                          {50101, 1461},       {11231, 365},       {20101, 366},       {20001231, 730485}, {101, -364},
+                          {51231, 1825},       {60101, 1827}};
     for (int n = 0; const auto &c : ref)
         EXPECT_EQ(V({DBDate3ToLong(&n, c[0] / 10000, c[0] / 100 % 100, c[0] % 100), n}), V({0, c[1]})) << c[0];
-    long bad = 0, shared = 0, skipped = 0;
-    int y = 1, m = 1, d = 1, doy = 1;  // the next date not yet given its number
-    for (int n = 1; n <= 3652059; ++n) {
-        int owners = 0, want = 0, gy, gm, gd, fwd;
-        for (; y <= 9999 && yearStart(y) + doy == n; ++owners, ++doy) {
-            bad += DBDate3ToLong(&fwd, y, m, d) != 0 || fwd != n;
-            want = ymd(y, m, d);
-            if (++d > (m == 2 ? 28 + leap(y) : 30 + ((m + m / 8) & 1))) d = 1, ++m;  // past the month's length
-            if (m > 12) m = 1, ++y, doy = 0;
-        }
-        const int rc = DBLongDateTo3(&gy, &gm, &gd, n);
-        skipped += owners == 0;
-        shared += owners == 2;
-        bad += owners > 2 || (owners ? rc != 0 || ymd(gy, gm, gd) != want : rc != BAD);
+    const int back[][2] = {{1, 10101},       {365, 11231},  {1461, 50101},      {1825, 51231},
+                           {1826, 0},        {1827, 60101}, {739251, 20250101}, {3652059, 99991231}};  // 0: refused
+    for (const auto &c : back) {
+        int y = 0, m = 0, d = 0;
+        const int rc = DBLongDateTo3(&y, &m, &d, c[0]);
+        EXPECT_EQ(V({rc, rc ? 0 : ymd(y, m, d)}), V({c[1] ? 0 : BAD, c[1]})) << c[0];
     }
-    // Every date of years 1..9999 got its number; both ends are fixed, so shared and skipped numbers balance.
-    EXPECT_TRUE(bad == 0 && y == 10000 && shared == skipped && shared > 0) << bad << " " << y << " " << shared;
 }
 
 // The triple check of both triple functions, DBDaysInMonth (which refuses year 0) and the leap test, which
@@ -135,7 +123,7 @@ TEST_F(LibTest, ParserAndComposites) {
     }
 }
 
-// Out-of-range day numbers, names and styles refused with nothing written; NULL pointers everywhere.
+// Out-of-range day numbers, names and styles refused with nothing written; NULL pointers.
 TEST_F(LibTest, BadNumbersAndNullPointers) {
     for (int n : {0, -1, 3652060, INT32_MIN, INT32_MAX}) {
         int v = 7;
@@ -148,19 +136,10 @@ TEST_F(LibTest, BadNumbersAndNullPointers) {
     EXPECT_EQ(V({DBDayOfWeek(o, 7), DBDayOfWeek(o, -1), DBMonthToStr(o, 0), DBMonthToStr(o, 13), DBGetDateStr(o, 0),
                  DBDate3ToStr(o, 0, 2024, 2, 9), DBDate3ToStr(o, 16, 2024, 2, 9), DBDate3ToStr(o, 0, 2024, 2, 30)}),
               V({BAD, BAD, BAD, BAD, CMD, CMD, CMD, BAD}));  // the date is judged before the style
-    for (int rc : {DBDate3ToLong(nullptr, 2000, 1, 1), DBDate3ToStr(nullptr, 4, 2000, 1, 1),
-                   DBLongDateTo3(nullptr, &v, &v, 5), DBLongDateTo3(&v, nullptr, &v, 5),
-                   DBLongDateTo3(&v, &v, nullptr, 5), DBLongDateToDayOfWeek(nullptr, 5), DBLongDateToStr(nullptr, 4, 5),
-                   DBStrDateTo3(nullptr, &v, &v, s, 4), DBStrDateTo3(&v, nullptr, &v, s, 4),
-                   DBStrDateTo3(&v, &v, nullptr, s, 4), DBStrDateTo3(&v, &v, &v, nullptr, 4),
-                   DBIsValidDateStr(nullptr, 4), DBIsStrLeapYear(nullptr, 4), DBStrDateToLong(&v, nullptr, 4),
-                   DBStrDateToLong(nullptr, s, 4), DBStrDateToIntDayWeek(nullptr, s, 4), DBDaysInMonth(nullptr, 2024, 2),
-                   DBStrDateToDayOfWeek(nullptr, s, 4), DBStrDateToMonth(nullptr, s, 4), DBDaysInMonthStr(nullptr, s, 4),
-                   DBConvertDateStr(nullptr, 1, s, 4), DBConvertDateStr(o, 1, nullptr, 4),
-                   DBDaysBetweenStr(nullptr, nullptr, 99, s, 4), DBDaysBetweenStr(&v, s, 4, nullptr, 4),
-                   DBDayOfWeek(nullptr, 1), DBMonthToStr(nullptr, 1), DBGetDefaultDateStyle(nullptr, o),
-                   DBGetDefaultDateStyle(&v, nullptr), DBGetDate3(nullptr, &v, &v, &v), DBGetDate3(&v, nullptr, &v, &v),
-                   DBGetDate3(&v, &v, nullptr, &v), DBGetDate3(&v, &v, &v, nullptr), DBGetDateStr(nullptr, 4)})
+    // NULL pointers: a few representative calls (each kind of argument, the NULL first or last).
+    for (int rc : {DBDate3ToLong(nullptr, 2000, 1, 1), DBLongDateTo3(&v, &v, nullptr, 5),
+                   DBStrDateTo3(&v, &v, &v, nullptr, 4), DBDaysBetweenStr(nullptr, nullptr, 99, s, 4),
+                   DBConvertDateStr(o, 1, nullptr, 4), DBGetDefaultDateStyle(&v, nullptr), DBGetDateStr(nullptr, 4)})
         EXPECT_EQ(rc, NUL) << "call " << i++;
 }
 

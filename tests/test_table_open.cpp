@@ -120,7 +120,8 @@ TEST_F(TableOpen, BadInput) {
 }
 
 // Three 10-byte records after a 65-byte header: 95, 96 and 105 bytes open
-// silently, other lengths with 207 and the table open; nothing is written.
+// silently, other lengths with 207 and the table open; nothing is written,
+// and an append to a file that ends before its records is refused (-206).
 TEST_F(TableOpen, FileLengthWarning) {
     for (int len : {95, 96, 105, 100, 94, 265}) {
         RawDbf t;
@@ -130,6 +131,8 @@ TEST_F(TableOpen, FileLengthWarning) {
         b.resize(static_cast<size_t>(len), ' ');
         int h = 0;
         EXPECT_EQ(tryOpen(t, 1, &h, &b), len == 95 || len == 96 || len == 105 ? 0 : DBW_BADFILELEN) << len;
+        int32_t appended = 0;
+        if (len < 95) EXPECT_EQ(DBPutRecord(h, &appended, DB_APPEND), DBE_CORRUPT);
         EXPECT_EQ(DBCloseFile(h), 0);
         EXPECT_EQ(xbt::readFile(path("t.dbf")), b) << "open and close of a clean table write nothing";
     }

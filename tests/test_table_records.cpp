@@ -173,21 +173,6 @@ TEST_F(TableRecords, FailedFlushIsRetried) {
     ASSERT_EQ(DBInitialize(64, 1), 0);
 }
 
-// An append to a table whose file ends before the records its header counts (opened with 207) is refused (-206),
-// buffered or not, and writes nothing.
-TEST_F(TableRecords, AppendToAShortFileIsRefused) {
-    for (int mode : {1, 1 | DBO_UNBUFFERED}) {
-        tablea::RawDbf t;
-        t.count = 1000, t.field("NAME", 'C', 10).field("QTY", 'N', 5).records = {recs(1, 3)};
-        t.write(path("t.dbf"));
-        int h = -1;
-        ASSERT_EQ(tablea::open(&h, path("t.dbf"), mode), DBW_BADFILELEN);
-        EXPECT_EQ(put(h, 1001), DBE_CORRUPT);
-        EXPECT_EQ(DBCloseFile(h), 0);
-        EXPECT_EQ(xbt::readFile(path("t.dbf")), t.bytes()) << mode;
-    }
-}
-
 // The caller-buffer forms: deletion byte, then each field converted ('C'
 // text and NUL, 'N' a double, 'D' an 11-byte date text, 'L' raw), both ways.
 TEST_F(TableRecords, CallerBufferLayout) {
