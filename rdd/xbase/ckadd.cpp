@@ -65,6 +65,20 @@ void _split(DBNTXWORK &high, DBNTXWORK &low, const DBNTXHDR &h, int p, int32_t l
 }
 }  // namespace
 
+// The header's free list moved: written now on a write-through index, at
+// the next flush otherwise.
+static int _freeListChanged() {
+    DBNTXPKT *x = DBcli;
+    if (!x->ph.m.always_flush) {
+        x->u = 1;
+        return 0;
+    }
+    uint8_t b[4];
+    _DBStoreLE32(b, static_cast<uint32_t>(x->h.ff));
+    if (_DBosWriteAt(x->ph.dh, 8, b, sizeof b, x->ph.flush_disk) != 0) return here.fail(DBerrno, __LINE__);
+    return 0;
+}
+
 int _DBclNewPage(int32_t *page) {
     DBNTXPKT *x = DBcli;
     if (x->h.ff != 0) {
@@ -86,14 +100,7 @@ int _DBclNewPage(int32_t *page) {
         x->fs = at + DBNTXPAGE;
         *page = at;
     }
-    if (x->ph.m.always_flush) {
-        uint8_t b[4];
-        _DBStoreLE32(b, static_cast<uint32_t>(x->h.ff));
-        if (_DBosWriteAt(x->ph.dh, 8, b, sizeof b, x->ph.flush_disk) != 0) return here.fail(DBerrno, __LINE__);
-    } else {
-        x->u = 1;
-    }
-    return 0;
+    return _freeListChanged();
 }
 
 int _DBclMarkPage(int32_t page) {
@@ -107,14 +114,7 @@ int _DBclMarkPage(int32_t page) {
     if (_DBosWriteAt(x->ph.dh, page, w.b, DBNTXPAGE, x->ph.flush_disk) != 0) return here.fail(DBerrno, __LINE__);
     _DBPageDrop(x->pc, page);
     x->h.ff = page;
-    if (x->ph.m.always_flush) {
-        uint8_t b[4];
-        _DBStoreLE32(b, static_cast<uint32_t>(x->h.ff));
-        if (_DBosWriteAt(x->ph.dh, 8, b, sizeof b, x->ph.flush_disk) != 0) return here.fail(DBerrno, __LINE__);
-    } else {
-        x->u = 1;
-    }
-    return 0;
+    return _freeListChanged();
 }
 
 // The insert proper, from the position the search left.

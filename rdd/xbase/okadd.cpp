@@ -393,13 +393,21 @@ static int _prepare(char *key, int32_t recno, char *stored) {
     return _DBfpStoredKey(key, stored);
 }
 
-extern "C" DBAPI int DBfpAddKey(int tag, char *key, int32_t recno) {
+// What an add or a delete does first: resolve, check, form the stored key,
+// take the lock when the file locks itself, reread the header. Non-zero:
+// the status to return, the change already given up.
+static int _begin(int tag, char *key, int32_t recno, char *sk, DBCDXAUTOLOCK &lock) {
     if (_DBfpLockIndexStruc(tag) != 0) return DBerrno;
-    char sk[DBCDXMAXKEY + 1];
     if (_prepare(key, recno, sk) != 0) return _DBfpChanged(DBerrno);
-    DBCDXTAG *t = DBfpt;
-    DBCDXAUTOLOCK lock;
     if (lock.take() != 0 || _DBfpRefresh() != 0) return _DBfpChanged(DBerrno);
+    return 0;
+}
+
+extern "C" DBAPI int DBfpAddKey(int tag, char *key, int32_t recno) {
+    char sk[DBCDXMAXKEY + 1];
+    DBCDXAUTOLOCK lock;
+    if (const int rc = _begin(tag, key, recno, sk, lock); rc != 0) return rc;
+    DBCDXTAG *t = DBfpt;
     // A unique tag holds each key once; any other, each (key, record) once.
     const bool unique = _DBfpUnique(t);
     int rc = _DBfpSeek(sk, t->k, static_cast<uint32_t>(recno), unique ? 1 : 2, true);
@@ -414,12 +422,10 @@ extern "C" DBAPI int DBfpAddKey(int tag, char *key, int32_t recno) {
 }
 
 extern "C" DBAPI int DBfpDeleteKey(int tag, char *key, int32_t recno) {
-    if (_DBfpLockIndexStruc(tag) != 0) return DBerrno;
     char sk[DBCDXMAXKEY + 1];
-    if (_prepare(key, recno, sk) != 0) return _DBfpChanged(DBerrno);
-    DBCDXTAG *t = DBfpt;
     DBCDXAUTOLOCK lock;
-    if (lock.take() != 0 || _DBfpRefresh() != 0) return _DBfpChanged(DBerrno);
+    if (const int rc = _begin(tag, key, recno, sk, lock); rc != 0) return rc;
+    DBCDXTAG *t = DBfpt;
     int rc = _DBfpSeek(sk, t->k, static_cast<uint32_t>(recno), 2, false);
     if (rc < 0) return _DBfpChanged(rc);
     if (rc != 0) return _DBfpChanged(DBW_KEYNOTFOUND);
