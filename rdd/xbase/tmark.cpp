@@ -203,7 +203,9 @@ int _store(char *mark, _Image &m) {
     int fd = -1;
     if (DBosCreateFile(&fd, mark) != 0) return DBerrno;
     DBerrno = 0;
-    int rc = DBosWriteData(fd, m.b.get(), static_cast<int>(m.n), 0);
+    // On the disk before the first file changes its name, so that a power
+    // loss, not only a crash, leaves a marker the repair can use.
+    int rc = DBosWriteData(fd, m.b.get(), static_cast<int>(m.n), 1);
     if (rc != 0) here.log(rc, __LINE__);
     const int crc = DBosCloseFile(fd);
     if (rc == 0) rc = crc;
