@@ -674,13 +674,21 @@ int _copy(DBDATAPKT *old, DBDATAPKT *nw, const int *map, _Memos &memos, int *los
         for (int j = 0; j < nw->nf; j++) {
             if (map[j] < 0) continue;
             const DBFIELDSTRUC &f = old->f[map[j]];
-            DBxbd = old;
-            _Value v;
-            if (_readValue(map[j], old->b.r + f.a, _DBIsMemoField(map[j]), &v) != 0) return DBerrno;
             const DBFIELDSTRUC &t = nw->f[j];
+            const bool same = f.t == t.t && f.l == t.l && f.d == t.d;
+            DBxbd = old;
+            const bool memo = _DBIsMemoField(map[j]);
+            if (same && !memo) {
+                // The same field: its bytes as they are, whatever they hold,
+                // without a trip through its text.
+                std::memcpy(nw->b.r + t.a, old->b.r + f.a, t.l);
+                continue;
+            }
+            _Value v;
+            if (_readValue(map[j], old->b.r + f.a, memo, &v) != 0) return DBerrno;
             DBxbd = nw;
-            if (f.t == t.t && f.l == t.l && f.d == t.d && v.kind != _Value::MEMO) {
-                // The same field: its bytes as they are, whatever they hold.
+            if (same && v.kind != _Value::MEMO) {
+                // An empty memo field of the same kind: its pointer bytes as they are.
                 std::memcpy(nw->b.r + t.a, old->b.r + f.a, t.l);
                 continue;
             }
