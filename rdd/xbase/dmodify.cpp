@@ -760,6 +760,12 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     if (rc < 0) return _DBStatus(rc);
     if (DBOpenFile(&nw.handle, nw.name, style | (shared ? DBO_SHARED : 0)) < 0) return DBerrno;
     if (shared && DBLockFile(nw.handle) != 0) return DBerrno;
+    // The work table is filled front to back and seen by nobody: the
+    // largest cache block it takes turns a flush every few records (each
+    // with its end mark and header) into one every few hundred. When the
+    // memory is not there, the block it has serves.
+    int block = INT16_MAX;
+    DBGetSetCacheSize(nw.handle, &block, 0);
     DBDATAPKT *np = nw.packet();
     if (newMemo) {
         if (_DBFreeName(memos.work, sizeof memos.work, dir, fpt ? ".FPT" : ".DBT") != 0) return DBerrno;
