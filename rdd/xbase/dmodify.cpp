@@ -718,9 +718,8 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     if (_DBCheckFields(style, nfields, fields, &version, &reclen) != 0) return DBerrno;
 
     // The names: table, backups, memo file, the marker of an unfinished change.
-    char name[NAMECAP], dir[NAMECAP], backup[NAMECAP], mbackup[NAMECAP], mark[NAMECAP];
+    char name[NAMECAP], backup[NAMECAP], mbackup[NAMECAP], mark[NAMECAP];
     _DBCopyName(name, sizeof name, old->ph.n);
-    std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(_DBDirLength(name)), name);
     if (!_DBSiblingName(backup, sizeof backup, name, ".BAK") || !_DBSiblingName(mbackup, sizeof mbackup, name, ".TBK") ||
         _DBMemoMarkName(mark, sizeof mark, name) != 0)
         return here.fail(DBE_BADFILENAME, __LINE__);
@@ -754,7 +753,7 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     // process that opens it by then must not take the marker for one
     // abandoned.
     _NewTable nw;
-    if (_DBFreeName(nw.name, sizeof nw.name, dir, ".DBF") != 0) return DBerrno;
+    if (_DBFreeName(nw.name, sizeof nw.name, name, ".DBF") != 0) return DBerrno;
     int rc = DBCreateFile(nw.name, nfields, fields, style | (old->h.mdx ? 0x200 : 0));
     nw.created_ = _DBIsFileThere(nw.name) != 0;
     if (rc < 0) return _DBStatus(rc);
@@ -768,7 +767,7 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     DBGetSetCacheSize(nw.handle, &block, 0);
     DBDATAPKT *np = nw.packet();
     if (newMemo) {
-        if (_DBFreeName(memos.work, sizeof memos.work, dir, fpt ? ".FPT" : ".DBT") != 0) return DBerrno;
+        if (_DBFreeName(memos.work, sizeof memos.work, name, fpt ? ".FPT" : ".DBT") != 0) return DBerrno;
         if (memos.createNew() != 0) return DBerrno;
     }
 

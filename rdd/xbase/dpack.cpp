@@ -209,10 +209,6 @@ int _pack(int *handle) {
     }
 
     // 4. Backup name.
-    const size_t cut = _DBDirLength(name);
-    char dir[NAMECAP];
-    std::memcpy(dir, name, cut);
-    dir[cut] = '\0';
     char backup[NAMECAP];
     if (!_DBSiblingName(backup, sizeof backup, name, ".BAK")) return here.fail(DBE_BADFILENAME, __LINE__);
 
@@ -233,7 +229,7 @@ int _pack(int *handle) {
 
     // 6, 7. The new table beside the old one.
     char temp[NAMECAP];
-    if (_DBFreeName(temp, sizeof temp, dir, ".DBF") != 0) return DBerrno;
+    if (_DBFreeName(temp, sizeof temp, name, ".DBF") != 0) return DBerrno;
     _NewTable nw;
     int rc = DBCreateFile(temp, nf, fields.get(), style | (old->h.mdx ? 0x200 : 0));
     if (rc < 0) {

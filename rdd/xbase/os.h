@@ -23,8 +23,9 @@ int _DBIsFileThere(char *name);
 // else 0. Tells a file from another that has taken its name since.
 int _DBFileId(const char *name, uint64_t id[2]);
 // The first name "<dir><n><ext>", n = 0, 1, 2 ..., that does not exist yet,
-// in out (cap bytes): the work files of the packs.
-int _DBFreeName(char *out, size_t cap, const char *dir, const char *ext);
+// in out (cap bytes), where <dir> is the directory part of `beside` (up to
+// its last separator): the work files of the packs, next to their table.
+int _DBFreeName(char *out, size_t cap, const char *beside, const char *ext);
 // Keep the process lock table in step: type 0 records an exclusive lock,
 // type 1 removes the first matching entry, type 2 (shared) is not recorded.
 void _flag_lock(int fd, int type, int32_t start, int32_t len);

@@ -107,9 +107,8 @@ int _DBMemoRewritePointers(int dbf, const DBMEMOREFS &refs, bool undo) {
 }
 
 int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &refs) {
-    char dir[512], backup[600], mark[600];
-    std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(_DBDirLength(memo)), memo);
-    if (_DBFreeName(backup, sizeof backup, dir, fpt ? ".FPT" : ".DBT") != 0) return DBerrno;
+    char backup[600], mark[600];
+    if (_DBFreeName(backup, sizeof backup, memo, fpt ? ".FPT" : ".DBT") != 0) return DBerrno;
     if (_DBLockDataStruc(dbf) != 0) return DBerrno;
     char *table = DBxbd->ph.n;
     if (_DBMemoMarkName(mark, sizeof mark, table) != 0) return DBerrno;
@@ -168,9 +167,7 @@ void _DBMemoPackUnlockTable(int dbf, bool taken) {
 
 int _DBMemoPackBegin(int dbf, const char *path, const char *ext, char *tmp, size_t cap, bool *taken) {
     if (_DBMemoPackLockTable(dbf, taken) != 0) return DBerrno;
-    char dir[512];
-    std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(_DBDirLength(path)), path);
-    return _DBFreeName(tmp, cap, dir, ext);
+    return _DBFreeName(tmp, cap, path, ext);
 }
 
 int _DBMemoPackEnd(int dbf, int *memo, bool fpt, char *path, char *tmp, int mode, const DBMEMOREFS &refs,
