@@ -260,8 +260,11 @@ int _DBfpCommit();
 int _DBfpFlushIndex();
 // Shared and not locked: write what is pending and forget every cached page.
 int _DBfpClearPageBuffer();
-// Forget the cached pages and decoded leaf of one tag.
+// Forget the cached pages and decoded leaf of one tag, or of every tag.
 void _DBfpForgetTag(DBCDXTAG *t);
+void _DBfpForgetTags(DBCDXPKT *x);
+// Whether the file header or a tag holds a change not yet written.
+bool _DBfpPending(const DBCDXPKT *x);
 // Reread the file header and DBfpt's root (another process may have moved them).
 int _DBfpGetIndexHeader();
 int _DBfpLockIndex(int type);

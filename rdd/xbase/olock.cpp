@@ -34,10 +34,7 @@ int _DBfpLockIndex(int type) {
     if (!x->ph.m.shared) return 0;
     // Changes of our own not yet written (made without the lock) are ours
     // to write: they are kept, and the header in memory with them.
-    bool pending = x->index_modified != 0;
-    for (int s = 0; s < DBCDXTAGS; s++)
-        if (x->tt[s] && x->tt[s]->index_modified) pending = true;
-    if (pending) return 0;
+    if (_DBfpPending(x)) return 0;
     DBCDXTAG *saved = DBfpt;
     int rc = 0;
     for (int s = 0; s < DBCDXTAGS; s++) {

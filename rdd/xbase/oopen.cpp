@@ -104,11 +104,8 @@ int _close(int handle) {
     if (_DBfpLockIndexPkt(handle) != 0) return DBerrno;
     DBCDXPKT *x = DBfpi;
     bool locked = false;
-    bool pending = x->index_modified != 0;
-    for (int s = 0; s < DBCDXTAGS; s++)
-        if (x->tt[s] && x->tt[s]->index_modified) pending = true;
     // Another process must not see the header ahead of the pages it names.
-    if (pending && x->ph.m.shared && !x->ph.ls && !x->ph.m.read_only) {
+    if (_DBfpPending(x) && x->ph.m.shared && !x->ph.ls && !x->ph.m.read_only) {
         if (_DBfpLockIndex(0) != 0) return DBerrno;
         locked = true;
     }

@@ -133,13 +133,24 @@ void _DBfpForgetTag(DBCDXTAG *t) {
     t->lf.page = 0;
 }
 
+void _DBfpForgetTags(DBCDXPKT *x) {
+    for (int s = 0; s < DBCDXTAGS; s++)
+        if (x->tt[s]) _DBfpForgetTag(x->tt[s]);
+}
+
+bool _DBfpPending(const DBCDXPKT *x) {
+    if (x->index_modified) return true;
+    for (int s = 0; s < DBCDXTAGS; s++)
+        if (x->tt[s] && x->tt[s]->index_modified) return true;
+    return false;
+}
+
 int _DBfpClearPageBuffer() {
     DBCDXPKT *x = DBfpi;
     if (!x->ph.m.shared || x->ph.ls) return 0;
     // Changes made without the lock still reach the file before the pages go.
     const int rc = _DBfpFlushIndex();
-    for (int s = 0; s < DBCDXTAGS; s++)
-        if (x->tt[s]) _DBfpForgetTag(x->tt[s]);
+    _DBfpForgetTags(x);
     return rc;
 }
 

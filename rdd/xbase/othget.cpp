@@ -42,8 +42,7 @@ int _DBfpRefresh() {
     if (!x->ph.m.read_header_information) return 0;
     if (_DBfpGetIndexHeader() != 0) {
         const int rc = DBerrno;
-        for (int s = 0; s < DBCDXTAGS; s++)
-            if (x->tt[s]) _DBfpForgetTag(x->tt[s]);
+        _DBfpForgetTags(x);
         return _DBStatus(rc);
     }
     return 0;
@@ -90,9 +89,7 @@ extern "C" DBAPI int DBfpGetIndexHeader(int handle) {
     // perhaps not yet on disk).
     if (!DBfpi->ph.m.shared || DBfpi->ph.ls) return _DBStatus(0);
     if (_DBfpGetIndexHeader() != 0) return DBerrno;
-    if (DBfpi->ph.m.shared && !DBfpi->ph.ls)
-        for (int s = 0; s < DBCDXTAGS; s++)
-            if (DBfpi->tt[s]) _DBfpForgetTag(DBfpi->tt[s]);
+    _DBfpForgetTags(DBfpi);
     return _DBStatus(0);
 }
 
