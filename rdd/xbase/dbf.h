@@ -131,6 +131,12 @@ int _DBLockRecord(int32_t recno);
 int _DBUnLockRecord(int32_t recno);
 int _DBUnLockHeader();
 int _DBUnLockAll();
+// A pack or a change of structure copies the whole table, and nobody else
+// may write meanwhile: the file lock of a shared DBxbd is taken unless this
+// process holds it already. *taken says whether this call took it, and only
+// such a lock is given back, by _DBGiveFileLock (which keeps DBerrno).
+int _DBTakeFileLock(bool *taken);
+void _DBGiveFileLock(DBDATAPKT *d, bool taken);
 // The byte range of a lock kind (DBLK_*) for DBxbd.
 void _DBLockRange(int kind, int32_t recno, uint32_t *start, uint32_t *len);
 

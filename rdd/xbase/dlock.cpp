@@ -405,6 +405,29 @@ int _DBUnLockHeader() {
     return 0;
 }
 
+int _DBTakeFileLock(bool *taken) {
+    *taken = false;
+    DBDATAPKT *d = DBxbd;
+    if (!d->ph.m.shared || _DBHoldsFileLock(d)) return 0;
+    // Cached changes go out under the locks that protect them (as in
+    // DBLockFile), before the file lock replaces those.
+    if (d->u != 0 && _DBFlushFile() != 0) return DBerrno;
+    const int rc = _DBLockFile();
+    if (rc != 0) return rc;
+    *taken = true;
+    return 0;
+}
+
+void _DBGiveFileLock(DBDATAPKT *d, bool taken) {
+    if (!taken) return;
+    DBDATAPKT *keep = DBxbd;
+    const int status = DBerrno;
+    DBxbd = d;
+    _DBUnLockAll();
+    DBxbd = keep;
+    DBerrno = status;
+}
+
 int _DBUnLockAll() {
     DBDATAPKT *d = DBxbd;
     const int fd = d->ph.dh;

@@ -619,15 +619,9 @@ public:
     _OldTable(const _OldTable &) = delete;
     _OldTable &operator=(const _OldTable &) = delete;
     ~_OldTable() {
-        if (!locked_ || done_) return;
-        DBDATAPKT *keep = DBxbd;
-        const int st = DBerrno;
-        DBxbd = d_;
-        _DBUnLockAll();
-        DBxbd = keep;
-        DBerrno = st;
+        if (!done_) _DBGiveFileLock(d_, locked_);
     }
-    void lockedHere() { locked_ = true; }
+    bool *locked() { return &locked_; }
     void done() { done_ = true; }
 
 private:
@@ -741,10 +735,7 @@ int _modify(int *handle, int nfields, DBFIELD *fields) {
     DBxbd = old;
     if (!old->ph.m.always_flush && _DBFlushFile() != 0) return DBerrno;
     const bool shared = old->ph.m.shared;
-    if (shared && !_DBHoldsFileLock(old)) {
-        if (_DBLockFile() != 0) return DBerrno;
-        guard.lockedHere();
-    }
+    if (_DBTakeFileLock(guard.locked()) != 0) return DBerrno;
     int cache = old->ph.m.always_flush ? 0 : old->b.rl;
     if (oldMemo && memos.there && memos.openOld() != 0) return DBerrno;
 

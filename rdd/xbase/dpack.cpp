@@ -44,14 +44,14 @@ public:
             DBGetSetCacheSize(handle_, &n, 0);
         }
         d_->ph.m.always_flush = flush_ ? 1 : 0;
-        if (locked_) _DBUnLockAll();
         DBxbd = keep;
+        _DBGiveFileLock(d_, locked_);
     }
     void cacheWas(int handle, int rl) {
         handle_ = handle;
         rl_ = rl;
     }
-    void lockedHere() { locked_ = true; }
+    bool *locked() { return &locked_; }
     void borrowed() { borrowed_ = true; }
     void done() { done_ = true; }
 
@@ -201,12 +201,7 @@ int _pack(int *handle) {
     old->u = 0;
 
     // 3. Nobody else may write while the records are copied.
-    if (old->ph.m.shared) {
-        const bool had = old->ph.ls == DBLK_FILE;
-        const int rc = _DBLockFile();
-        if (rc != 0) return rc;
-        if (!had) guard.lockedHere();
-    }
+    if (const int rc = _DBTakeFileLock(guard.locked()); rc != 0) return rc;
 
     // 4. Backup name.
     char backup[NAMECAP];

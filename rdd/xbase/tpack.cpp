@@ -151,15 +151,13 @@ int _DBMemoSwapIn(int dbf, bool fpt, char *memo, char *tmp, const DBMEMOREFS &re
 int _DBMemoPackLockTable(int dbf, bool *taken) {
     *taken = false;
     if (_DBLockDataStruc(dbf) != 0) return DBerrno;
-    if (!DBxbd->ph.m.shared || _DBHoldsFileLock(DBxbd)) return 0;
-    DBerrno = 0;
-    if (DBLockFile(dbf) != 0) return DBerrno;
-    *taken = true;
-    return 0;
+    return _DBStatus(_DBTakeFileLock(taken));
 }
 
 void _DBMemoPackUnlockTable(int dbf, bool taken) {
     if (!taken) return;
+    // Through the public call: the pointers rewritten in the table's cache
+    // reach the file before the lock goes.
     const int saved = DBerrno;
     DBUnLockAll(dbf);
     DBerrno = saved;
