@@ -149,6 +149,9 @@ int _DBCheckFields(int style, int nfields, DBFIELD *fields, uint8_t *version, in
 
 // Close function registered in DBclose for type 1.
 int DBCloseFile(int handle);
+// Close a work table of a pack or a change of structure without writing
+// anything more: its file is complete, or about to be removed.
+int _DBCloseUnwritten(int handle);
 
 // ---------------------------------------------------------------------------
 // Helpers the record, flush and field files share (dopen, drget, drput,

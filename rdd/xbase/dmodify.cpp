@@ -645,11 +645,9 @@ public:
     bool created_ = false, handed_ = false;
     DBDATAPKT *packet() const { return static_cast<DBDATAPKT *>(_DBPacketOf(handle, DBPT_DBF)); }
     void close() {
-        if (DBDATAPKT *d = packet()) {
+        if (packet()) {
             const int st = DBerrno;
-            d->u = 0;
-            d->ph.m.always_flush = 1;
-            DBCloseFile(handle);
+            _DBCloseUnwritten(handle);
             DBerrno = st;
         }
         handle = -1;

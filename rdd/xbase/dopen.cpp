@@ -280,6 +280,14 @@ extern "C" DBAPI int DBOpenFile(int *handle, char *filename, int mode) {
     return _DBStatus(0);
 }
 
+int _DBCloseUnwritten(int handle) {
+    auto *d = static_cast<DBDATAPKT *>(_DBPacketOf(handle, DBPT_DBF));
+    if (!d) return here.fail(DBE_BADHANDLE, __LINE__);
+    d->u = 0;
+    d->ph.m.always_flush = 1;
+    return DBCloseFile(handle);
+}
+
 extern "C" DBAPI int DBCloseFile(int handle) {
     if (_DBLockDataStruc(handle) != 0) return DBerrno;
     DBDATAPKT *d = DBxbd;

@@ -76,11 +76,7 @@ public:
     ~_NewTable() {
         detach();
         // Nothing of the new table is worth writing any more.
-        if (DBDATAPKT *d = packet()) {
-            d->u = 0;
-            d->ph.m.always_flush = 1;
-            DBCloseFile(handle_);
-        }
+        if (packet()) _DBCloseUnwritten(handle_);
         if (created_) _DBosDeleteFile(name_);
     }
     void created(char *name) {
@@ -121,10 +117,7 @@ public:
     // The pack succeeded: close it (nothing more to write) and keep the file.
     int close() {
         detach();
-        DBDATAPKT *d = packet();
-        d->u = 0;
-        d->ph.m.always_flush = 1;
-        const int rc = DBCloseFile(handle_);
+        const int rc = _DBCloseUnwritten(handle_);
         if (rc < 0) return rc;
         handle_ = -1;
         created_ = false;
