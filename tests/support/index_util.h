@@ -194,6 +194,18 @@ inline const Fam kNdx = {"NDX", ".ndx", 512, [](const std::vector<uint8_t> &b) {
     DBd3DoubleToKey, DBd3KeyToDouble, DBd3DateToKey, DBd3KeyToDate};
 inline const Fam *const kFams[] = {&kNtx, &kNdx};
 
+// The index at p opened (a refusal fails the test); its handle.
+inline short openIndex(const Fam &f, const std::string &p, int mode = 0) {
+    short h = -1;
+    EXPECT_EQ(f.open(&h, cs(p.c_str()), mode), 0) << p;
+    return h;
+}
+// A new index at p (keys of type, keylen bytes, expression "K"), opened.
+inline short newIndex(const Fam &f, const std::string &p, int keylen, int mode = 0, int type = 'C') {
+    EXPECT_EQ(f.create(cs(p.c_str()), type, cs("K"), keylen, 0), 0) << p;
+    return openIndex(f, p, mode);
+}
+
 // Every entry (keys of k bytes, which may hold NULs), first to last or last
 // to first, given in index order: the moves of any family.
 inline std::vector<KeyLine> walk(Move first, Move next, Move last, Move prev, int h, int k, bool forward = true) {
