@@ -29,9 +29,7 @@ protected:
         ntx_ = xbt::readFile(xbt::fixturePath("hbntx_byname.ntx"));
         // 300 keys of 40 bytes, 10 a node: three levels.
         const std::string b = path("base.ndx");
-        ASSERT_EQ(DBd3CreateIndex(cs(b.c_str()), 'C', cs("NAME"), 40, 0), 0);
-        short h = -1;
-        ASSERT_EQ(DBd3OpenIndex(&h, cs(b.c_str()), 0), 0);
+        const short h = idx::newIndex(idx::kNdx, b, 40);
         for (int i = 0; i < 300; i++) ASSERT_EQ(DBd3AddKey(h, cs(("K" + std::to_string(10000 + (i * 7) % 300)).c_str()), i + 1), 0);
         ASSERT_EQ(DBd3CloseIndex(h), 0);
         ndx_ = xbt::readFile(b);
@@ -235,8 +233,7 @@ TEST_F(IndexBad, ArgumentsAndHandles) {
     ASSERT_EQ(f.info(h, &info), 0);
     EXPECT_EQ(info.flags.isreadonly, 1);
     // Handles: out of range, never given, a table's, another family's.
-    ASSERT_EQ(other.create(cs(path("o").c_str()), 'C', cs("NAME"), 10, 0), 0);
-    ASSERT_EQ(other.open(&oh, cs(path("o").c_str()), 0), 0);
+    oh = idx::newIndex(other, path("o"), 10);
     for (int bad : {-1, 0, 2, 58, 59, 1000, th, static_cast<int>(oh)}) {
         DBINDEXCHECK chk;
         EXPECT_EQ(f.first(bad, key, &rec), DBE_BADHANDLE) << bad;

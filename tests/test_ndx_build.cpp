@@ -98,13 +98,10 @@ TEST_F(NdxBuild, NewFileByteByByte) {
         SCOPED_TRACE(c.expr);
         const std::string f = path("new.ndx");
         ASSERT_EQ(DBd3CreateIndex(cs(f.c_str()), c.type, cs(c.expr), c.len, 2), 0);
+        // Root block 1, 2 blocks, key length, keys a node, type, item, unique.
         std::vector<uint8_t> want(1024, 0);
-        want[0] = 1, want[4] = 2;
-        want[12] = static_cast<uint8_t>(c.k);
-        want[14] = static_cast<uint8_t>(504 / c.il);
-        want[16] = static_cast<uint8_t>(c.t);
-        want[18] = static_cast<uint8_t>(c.il);
-        want[23] = static_cast<uint8_t>(c.u);
+        for (const auto &[at, v] : {std::pair{0, 1}, {4, 2}, {12, c.k}, {14, 504 / c.il}, {16, c.t}, {18, c.il}, {23, c.u}})
+            want[static_cast<size_t>(at)] = static_cast<uint8_t>(v);
         std::memcpy(&want[24], c.stored, std::strlen(c.stored));
         EXPECT_EQ(xbt::readFile(f), want);
         const short h = idx::openIndex(idx::kNdx, f);

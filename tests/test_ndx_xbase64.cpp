@@ -27,17 +27,15 @@ protected:
     bool xbase64(const std::string &ndx, const char *expr, bool unique = false) {
         static std::string runner;
         const std::string w = XB_NDX_WRITER;
-        if (w.empty()) {
-            ADD_FAILURE() << "the xbase64 writer was not built: make deps installs libxbase64-dev and libxbase64-1:i386";
-            return false;
-        }
         for (const std::string &r : {"'" + w + "'", "qemu-i386 '" + w + "'"}) {
             int st = -1;
-            if (runner.empty()) xbt::run(r + " --probe 2>/dev/null", &st);
+            if (runner.empty() && !w.empty()) xbt::run(r + " --probe 2>/dev/null", &st);
             if (st == 0) runner = r;
         }
         if (runner.empty()) {
-            ADD_FAILURE() << "the 32-bit xbase64 writer runs neither natively nor under qemu-i386 (qemu-user)";
+            ADD_FAILURE() << (w.empty() ? "the xbase64 writer was not built: make deps installs libxbase64-dev and "
+                                          "libxbase64-1:i386"
+                                        : "the 32-bit xbase64 writer runs neither natively nor under qemu-i386 (qemu-user)");
             return false;
         }
         int st = -1;
@@ -168,12 +166,9 @@ TEST_F(NdxXbase64, ChangedByUs) {
                    key[4 + rng.below(5)] = static_cast<char>('0' + rng.below(10));
                    return key;
                });
-    idx::check(idx::kNdx, h, "changed");
-    std::vector<KeyLine> got = idx::walk(idx::kNdx, h, 20);
-    std::sort(got.begin(), got.end(), [](const KeyLine &a, const KeyLine &b) {
-        return a.key != b.key ? a.key < b.key : a.rec < b.rec;
-    });
-    EXPECT_TRUE(idx::same(got, model.entries()));
+    // The count too: the ordering below would fold a doubled entry.
+    EXPECT_EQ(idx::check(idx::kNdx, h, "changed").keys, static_cast<int32_t>(model.size()));
+    EXPECT_TRUE(idx::same(ndxt::inOrder(idx::walk(idx::kNdx, h, 20), false, false), model.entries()));
     ASSERT_EQ(DBd3CloseIndex(h), 0);
 }
 

@@ -39,7 +39,6 @@ TEST_F(NtxBuild, BuildsGiveTheDumpsSequences) {
     for (const Case &c : cases) {
         SCOPED_TRACE(c.tag);
         const idx::KeyDump d = idx::readDump(std::string("hbntx_") + c.tag + ".keys.txt");
-        // Bulk builds keep equal keys by record; AMOUNT keys are our texts.
         idx::Model model(false, true);
         for (const KeyLine &l : d.keys) {
             char amount[32];
@@ -49,8 +48,7 @@ TEST_F(NtxBuild, BuildsGiveTheDumpsSequences) {
         const std::vector<KeyLine> want = model.entries();
         const std::string f = path(std::string(c.tag) + ".ntx");
         ASSERT_EQ(DBclBuildIndex(t_, cs(f.c_str()), c.type, cs(d.expr.c_str()), c.len, c.dec), 0);
-        short h = -1;
-        ASSERT_EQ(DBclOpenIndex(&h, cs(f.c_str()), 0), 0);
+        const short h = idx::openIndex(idx::kNtx, f);
         EXPECT_TRUE(idx::same(idx::walk(idx::kNtx, h, c.type == 'D' ? 8 : c.len), want));
         idx::check(idx::kNtx, h, c.tag);
         // DBclMakeKey of every record gives the key the build stored for it.
@@ -125,8 +123,7 @@ TEST_F(NtxBuild, SpilledSortBuildsTheSameFileInEveryFamily) {
         EXPECT_EQ(files[0], files[1]) << c.file;
     }
     // The unique index built through runs holds the first record of each key.
-    short h = -1;
-    ASSERT_EQ(DBclOpenIndex(&h, cs(path("1u.ntx").c_str()), 0), 0);
+    const short h = idx::openIndex(idx::kNtx, path("1u.ntx"));
     EXPECT_TRUE(idx::same(idx::walk(idx::kNtx, h, 15), idx::readDump("hbntx_ucity.keys.txt").keys));
 }
 
@@ -137,8 +134,7 @@ TEST_F(NtxBuild, SpilledSortBuildsTheSameFileInEveryFamily) {
 TEST_F(NtxBuild, KeyConversions) {
     const std::string f = path("n.ntx");
     ASSERT_EQ(DBclCreateIndex(cs(f.c_str()), 'N', cs("AMOUNT"), 6, 2), 0);
-    short h = -1;
-    ASSERT_EQ(DBclOpenIndex(&h, cs(f.c_str()), 0), 0);
+    const short h = idx::openIndex(idx::kNtx, f);
     char key[64];
     // Negative numbers are stored complemented; too many digits are cut.
     const struct { double v; const char *key; double back; } numbers[] = {
