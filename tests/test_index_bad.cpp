@@ -220,11 +220,11 @@ TEST_F(IndexBad, ArgumentsAndHandles) {
         f.open(nullptr, cs(p.c_str()), 0), f.open(&oh, nullptr, 0), f.search(h, nullptr, &rec, 1),
         f.search(h, key, nullptr, 1), f.first(h, nullptr, &rec), f.last(h, key, nullptr), f.next(h, nullptr, &rec),
         f.prev(h, key, nullptr), f.current(h, nullptr, &rec), f.add(h, nullptr, 1), f.del(h, nullptr, 1),
-        f.percent(h, nullptr, key, 0), f.percent(h, &pc, nullptr, 0), f.atPercent(h, 5, nullptr, &rec),
-        f.cache(h, nullptr, 1), f.info(h, nullptr), f.keyExpr(h, nullptr), f.check(h, nullptr, 0),
-        f.makeKey(th, h, nullptr), f.doubleToKey(h, nullptr, 1.0), f.keyToDouble(nullptr, key),
-        f.dateToKey(key, nullptr, 2), f.keyToDate(nullptr, 2, key), f.create(cs("x"), 'C', nullptr, 10, 0),
-        f.create(nullptr, 'C', cs("A"), 10, 0)};
+        DBclGetKeyPercent(h, nullptr, key, 0), DBclGetKeyPercent(h, &pc, nullptr, 0),
+        DBclGetKeyAtPercent(h, 5, nullptr, &rec), f.cache(h, nullptr, 1), f.info(h, nullptr),
+        DBclGetIndexKeyExpr(h, nullptr), f.check(h, nullptr, 0), DBclMakeKey(th, h, nullptr),
+        DBclDoubleToKey(h, nullptr, 1.0), DBclKeyToDouble(nullptr, key), DBclDateToKey(key, nullptr, 2),
+        DBclKeyToDate(nullptr, 2, key), f.create(cs("x"), 'C', nullptr, 10, 0), f.create(nullptr, 'C', cs("A"), 10, 0)};
     for (size_t i = 0; i < std::size(nulls); i++) EXPECT_EQ(nulls[i], DBE_NULLPARAM) << "call " << i;
     EXPECT_EQ(f.add(h, key, 1), DBE_READONLY);
     EXPECT_EQ(f.del(h, key, 1), DBE_READONLY);
@@ -244,9 +244,9 @@ TEST_F(IndexBad, ArgumentsAndHandles) {
         EXPECT_EQ(f.lock(bad), DBE_BADHANDLE) << bad;
         EXPECT_EQ(f.close(bad), DBE_BADHANDLE) << bad;
     }
-    EXPECT_EQ(f.makeKey(h, h, &made), DBE_BADHANDLE);
+    EXPECT_EQ(DBclMakeKey(h, h, &made), DBE_BADHANDLE);
     EXPECT_EQ(made, nullptr);
-    EXPECT_EQ(f.build(h, cs(path("b").c_str()), 'C', cs("NAME"), 10, 0), DBE_BADHANDLE);
+    EXPECT_EQ(DBclBuildIndex(h, cs(path("b").c_str()), 'C', cs("NAME"), 10, 0), DBE_BADHANDLE);
     ASSERT_EQ(other.close(oh), 0);
     EXPECT_EQ(f.close(h), 0);
     EXPECT_EQ(f.first(h, key, &rec), DBE_BADHANDLE);

@@ -131,7 +131,7 @@ TEST_F(NdxBuild, BuildsAgainstTheTableAndTheLayout) {
     struct Case { const char *name; int type; int len; const char *expr; char kind; bool unique; } cases[] = {
         {"name", 'C', 20, "NAME", 'C', false}, {"uname", 'C' | 0x80, 20, "NAME", 'C', true},
         {"amount", 'N', 10, "AMOUNT", 'N', false}, {"uamount", 'N' | 0x80, 10, "AMOUNT", 'N', true},
-        {"hired", 'D', 8, "HIRED", 'D', false}};
+        {"hired", 'D', 8, "HIRED", 'D', false}, {"code", 'C', 10, "CODE", 'K', false}};
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
         const std::string f = path(std::string(c.name) + ".ndx");

@@ -61,8 +61,8 @@ inline int32_t julian(int y, int m, int d) {
 }
 
 // Row i of the table: NAME C(20) (1000 values, each name every 1000th
-// row), AMOUNT N(10,2), HIRED D (every 97th blank), CODE C(10) ascending
-// over the first 80 rows.
+// row), AMOUNT N(10,2), HIRED D (every 97th blank), CODE C(10) (unique,
+// ascending over the first 161 rows).
 struct Row {
     std::string name, code, hired;
     double amount;
@@ -73,8 +73,9 @@ inline Row row(int i) {
     std::snprintf(b, sizeof b, "NAME%05d", (i * 7919) % 1000);
     r.name = b;
     r.name.resize(20, ' ');
-    std::snprintf(b, sizeof b, "C%07d", (i * 31) % 2500);
+    std::snprintf(b, sizeof b, "C%07d", (i * 31) % 5003);
     r.code = b;
+    r.code.resize(10, ' ');
     r.amount = ((i * 37) % 211 - 100) * 1.25;
     if (i % 97 == 0) {
         r.hired = std::string(8, ' ');
@@ -106,15 +107,16 @@ inline void makeTable(const std::string &p, int *t, int rows) {
     append(*t, 1, rows);
 }
 // What an index over the first rows holds, in NDX order: kind 'C' NAME,
-// 'N' AMOUNT, 'D' HIRED as a Julian day, 'T' HIRED as text (how xbase64
-// indexes a date field).
+// 'K' CODE, 'N' AMOUNT, 'D' HIRED as a Julian day, 'T' HIRED as text (how
+// xbase64 indexes a date field).
 inline std::vector<idx::KeyLine> tableKeys(int rows, char kind, bool unique) {
     std::vector<idx::KeyLine> keys;
     for (int i = 1; i <= rows; i++) {
         const Row r = row(i);
         auto part = [&](size_t at, size_t n) { return std::atoi(r.hired.substr(at, n).c_str()); };
         const double day = r.hired[0] == ' ' ? 0 : julian(part(0, 4), part(4, 2), part(6, 2));
-        keys.push_back({i, kind == 'C' ? r.name : kind == 'T' ? r.hired : dbl(kind == 'D' ? day : r.amount)});
+        const std::string text = kind == 'C' ? r.name : kind == 'K' ? r.code : r.hired;
+        keys.push_back({i, kind == 'N' || kind == 'D' ? dbl(kind == 'D' ? day : r.amount) : text});
     }
     return inOrder(keys, kind == 'N' || kind == 'D', unique);
 }
