@@ -56,8 +56,8 @@ protected:
     }
     // Each case opens (buffered, write-through, shared); walks and searches
     // stop with a status, the check names the fault, adds and deletes refuse
-    // rather than spread it, and the file is not written. `first` says which
-    // status the walk (NTX) or a search for probe (NDX) meets first.
+    // rather than spread it, and the file is not written. The case's status
+    // is the first that the walks and a search for probe meet.
     void broken(const Fam &f, const Bytes &orig, const std::vector<Case> &cases, const std::string &probe) {
         for (const Case &c : cases) {
             const std::string p = damaged(f, orig, c.edits);

@@ -95,7 +95,9 @@ TEST_F(NtxBuild, CreatedFileFollowsTheLayout) {
 
 // An index is the same file, byte for byte, whether its keys were sorted in
 // memory or through runs spilled to a temporary file (about 45 keys a run:
-// seven runs of 300 records), and no temporary file is left behind.
+// seven runs of 300 records), and no temporary file is left behind. (The
+// NTX files built in memory are BuildsGiveTheDumpsSequences' bycity and
+// ucity, which hold the dumps' entries.)
 TEST_F(NtxBuild, SpilledSortBuildsTheSameFileInEveryFamily) {
     const struct { const char *file; int (*build)(int, char *, int, char *, int, int); int type; const char *expr; int len; } cases[] = {
         {"c.ntx", DBclBuildIndex, 'C', "UPPER(CITY)+NAME", 35}, {"u.ntx", DBclBuildIndex, 'C' | 0x80, "CITY", 15},
@@ -118,9 +120,6 @@ TEST_F(NtxBuild, SpilledSortBuildsTheSameFileInEveryFamily) {
         }
         EXPECT_EQ(files[0], files[1]) << c.file;
     }
-    // The unique index built through runs holds the first record of each key.
-    const short h = idx::openIndex(idx::kNtx, path("1u.ntx"));
-    EXPECT_TRUE(idx::same(idx::walk(idx::kNtx, h, 15), idx::readDump("hbntx_ucity.keys.txt").keys));
 }
 
 // Keys of every kind through the key makers: dates before 2000 stay in
