@@ -29,9 +29,7 @@ protected:
         ntx_ = xbt::readFile(xbt::fixturePath("hbntx_byname.ntx"));
         // 300 keys of 40 bytes, 10 a node: three levels.
         const std::string b = path("base.ndx");
-        ASSERT_EQ(DBd3CreateIndex(cs(b.c_str()), 'C', cs("NAME"), 40, 0), 0);
-        short h = -1;
-        ASSERT_EQ(DBd3OpenIndex(&h, cs(b.c_str()), 0), 0);
+        const short h = idx::newIndex(idx::kNdx, b, 40);
         for (int i = 0; i < 300; i++) ASSERT_EQ(DBd3AddKey(h, cs(("K" + std::to_string(10000 + (i * 7) % 300)).c_str()), i + 1), 0);
         ASSERT_EQ(DBd3CloseIndex(h), 0);
         ndx_ = xbt::readFile(b);
@@ -58,8 +56,8 @@ protected:
     }
     // Each case opens (buffered, write-through, shared); walks and searches
     // stop with a status, the check names the fault, adds and deletes refuse
-    // rather than spread it, and the file is not written. `first` says which
-    // status the walk (NTX) or a search for probe (NDX) meets first.
+    // rather than spread it, and the file is not written. The case's status
+    // is the first that the walks and a search for probe meet.
     void broken(const Fam &f, const Bytes &orig, const std::vector<Case> &cases, const std::string &probe) {
         for (const Case &c : cases) {
             const std::string p = damaged(f, orig, c.edits);
@@ -222,11 +220,11 @@ TEST_F(IndexBad, ArgumentsAndHandles) {
         f.open(nullptr, cs(p.c_str()), 0), f.open(&oh, nullptr, 0), f.search(h, nullptr, &rec, 1),
         f.search(h, key, nullptr, 1), f.first(h, nullptr, &rec), f.last(h, key, nullptr), f.next(h, nullptr, &rec),
         f.prev(h, key, nullptr), f.current(h, nullptr, &rec), f.add(h, nullptr, 1), f.del(h, nullptr, 1),
-        f.percent(h, nullptr, key, 0), f.percent(h, &pc, nullptr, 0), f.atPercent(h, 5, nullptr, &rec),
-        f.cache(h, nullptr, 1), f.info(h, nullptr), f.keyExpr(h, nullptr), f.check(h, nullptr, 0),
-        f.makeKey(th, h, nullptr), f.doubleToKey(h, nullptr, 1.0), f.keyToDouble(nullptr, key),
-        f.dateToKey(key, nullptr, 2), f.keyToDate(nullptr, 2, key), f.create(cs("x"), 'C', nullptr, 10, 0),
-        f.create(nullptr, 'C', cs("A"), 10, 0)};
+        DBclGetKeyPercent(h, nullptr, key, 0), DBclGetKeyPercent(h, &pc, nullptr, 0),
+        DBclGetKeyAtPercent(h, 5, nullptr, &rec), f.cache(h, nullptr, 1), f.info(h, nullptr),
+        DBclGetIndexKeyExpr(h, nullptr), f.check(h, nullptr, 0), DBclMakeKey(th, h, nullptr),
+        DBclDoubleToKey(h, nullptr, 1.0), DBclKeyToDouble(nullptr, key), DBclDateToKey(key, nullptr, 2),
+        DBclKeyToDate(nullptr, 2, key), f.create(cs("x"), 'C', nullptr, 10, 0), f.create(nullptr, 'C', cs("A"), 10, 0)};
     for (size_t i = 0; i < std::size(nulls); i++) EXPECT_EQ(nulls[i], DBE_NULLPARAM) << "call " << i;
     EXPECT_EQ(f.add(h, key, 1), DBE_READONLY);
     EXPECT_EQ(f.del(h, key, 1), DBE_READONLY);
@@ -235,8 +233,7 @@ TEST_F(IndexBad, ArgumentsAndHandles) {
     ASSERT_EQ(f.info(h, &info), 0);
     EXPECT_EQ(info.flags.isreadonly, 1);
     // Handles: out of range, never given, a table's, another family's.
-    ASSERT_EQ(other.create(cs(path("o").c_str()), 'C', cs("NAME"), 10, 0), 0);
-    ASSERT_EQ(other.open(&oh, cs(path("o").c_str()), 0), 0);
+    oh = idx::newIndex(other, path("o"), 10);
     for (int bad : {-1, 0, 2, 58, 59, 1000, th, static_cast<int>(oh)}) {
         DBINDEXCHECK chk;
         EXPECT_EQ(f.first(bad, key, &rec), DBE_BADHANDLE) << bad;
@@ -247,9 +244,9 @@ TEST_F(IndexBad, ArgumentsAndHandles) {
         EXPECT_EQ(f.lock(bad), DBE_BADHANDLE) << bad;
         EXPECT_EQ(f.close(bad), DBE_BADHANDLE) << bad;
     }
-    EXPECT_EQ(f.makeKey(h, h, &made), DBE_BADHANDLE);
+    EXPECT_EQ(DBclMakeKey(h, h, &made), DBE_BADHANDLE);
     EXPECT_EQ(made, nullptr);
-    EXPECT_EQ(f.build(h, cs(path("b").c_str()), 'C', cs("NAME"), 10, 0), DBE_BADHANDLE);
+    EXPECT_EQ(DBclBuildIndex(h, cs(path("b").c_str()), 'C', cs("NAME"), 10, 0), DBE_BADHANDLE);
     ASSERT_EQ(other.close(oh), 0);
     EXPECT_EQ(f.close(h), 0);
     EXPECT_EQ(f.first(h, key, &rec), DBE_BADHANDLE);

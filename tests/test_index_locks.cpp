@@ -17,14 +17,7 @@ namespace {
 
 constexpr uint32_t kWriteByte = 1000000000u, kReadByte = 2147483647u;
 
-class IndexLocks : public xbt::LibTest {
-protected:
-    std::string make(const Fam &f, const std::string &stem, int keylen) {
-        const std::string p = path(stem + f.ext);
-        EXPECT_EQ(f.create(cs(p.c_str()), 'C', cs("K"), keylen, 0), 0);
-        return p;
-    }
-};
+class IndexLocks : public xbt::LibTest {};
 
 // Retries a call another process may refuse for a moment.
 template <class F>
@@ -38,33 +31,36 @@ int retry(F call) {
 // NTX stands for both.
 TEST_F(IndexLocks, LockBytesSeenFromAnotherProcess) {
     const Fam &f = idx::kNtx;
-    const std::string p = make(f, "l", 10);
-    short h = -1;
-    ASSERT_EQ(f.open(&h, cs(p.c_str()), DBO_SHARED), 0);
-    EXPECT_FALSE(xbt::probeLock(p, 0, 0).blocked);
+    const std::string p = path("l.ntx");
+    // The lock another process finds on the byte range asked about: its
+    // "start+length", or "none".
+    auto seen = [&](uint32_t start = 0, uint32_t len = 0) {
+        const xbt::LockSeen s = xbt::probeLock(p, start, len);
+        return s.blocked ? std::to_string(s.start) + "+" + std::to_string(s.len) : std::string("none");
+    };
+    short h = idx::newIndex(f, p, 10, DBO_SHARED);
+    EXPECT_EQ(seen(), "none");
     ASSERT_EQ(f.lock(h), 0);
     ASSERT_EQ(f.lock(h), 0) << "held already: nothing more";
-    const xbt::LockSeen w = xbt::probeLock(p, 0, 0);
-    EXPECT_TRUE(w.blocked && w.start == kWriteByte && w.len == 1) << w.start << "+" << w.len;
+    EXPECT_EQ(seen(), "1000000000+1");
     idx::Info info;
     ASSERT_EQ(f.info(h, &info), 0);
     EXPECT_EQ(info.lockt, 4);
     EXPECT_EQ(info.flags.isshareable, 1);
     ASSERT_EQ(f.unlock(h), 0);
-    EXPECT_FALSE(xbt::probeLock(p, 0, 0).blocked);
+    EXPECT_EQ(seen(), "none");
     // The read lock is shared and outlives the unlock until the close.
     ASSERT_EQ(f.rlock(h), 0);
-    const xbt::LockSeen r = xbt::probeLock(p, 0, 0);
-    EXPECT_TRUE(r.blocked && r.start == kReadByte && r.len == 1) << r.start << "+" << r.len;
+    EXPECT_EQ(seen(), "2147483647+1");
     ASSERT_EQ(f.unlock(h), 0);
-    EXPECT_TRUE(xbt::probeLock(p, kReadByte, 1).blocked);
-    EXPECT_FALSE(xbt::probeLock(p, kWriteByte, 1).blocked);
+    EXPECT_EQ(seen(kReadByte, 1), "2147483647+1");
+    EXPECT_EQ(seen(kWriteByte, 1), "none");
     ASSERT_EQ(f.close(h), 0);
-    EXPECT_FALSE(xbt::probeLock(p, 0, 0).blocked);
+    EXPECT_EQ(seen(), "none");
     // Another process holds the write byte: our lock and the self-locking
     // add and delete are refused; the add goes through once it is free,
     // and lets go of the lock again.
-    ASSERT_EQ(f.open(&h, cs(p.c_str()), DBO_AUTOLOCK), 0);
+    h = idx::openIndex(f, p, DBO_AUTOLOCK);
     {
         xbt::ChildLock other(p, kWriteByte, 1);
         ASSERT_TRUE(other.ok());
@@ -73,21 +69,21 @@ TEST_F(IndexLocks, LockBytesSeenFromAnotherProcess) {
         EXPECT_LT(f.del(h, cs("A"), 1), 0);
     }
     EXPECT_EQ(f.add(h, cs("A"), 1), 0);
-    EXPECT_FALSE(xbt::probeLock(p, 0, 0).blocked);
+    EXPECT_EQ(seen(), "none");
     ASSERT_EQ(f.close(h), 0);
     // An exclusive index takes no locks at all.
-    ASSERT_EQ(f.open(&h, cs(p.c_str()), 0), 0);
+    h = idx::openIndex(f, p);
     ASSERT_EQ(f.lock(h), 0);
-    EXPECT_FALSE(xbt::probeLock(p, 0, 0).blocked);
+    EXPECT_EQ(seen(), "none");
     ASSERT_EQ(f.close(h), 0);
     // A header that cannot be read (another process cut the file short)
     // fails the lock, and the byte is given back: kept, the handle would
     // take itself for locked from then on.
-    ASSERT_EQ(f.open(&h, cs(p.c_str()), DBO_SHARED), 0);
+    h = idx::openIndex(f, p, DBO_SHARED);
     ASSERT_EQ(truncate(p.c_str(), 0), 0);
     for (int (*lock)(int) : {f.lock, f.lock, f.rlock}) {
         EXPECT_LT(lock(h), 0);
-        EXPECT_FALSE(xbt::probeLock(p, 0, 0).blocked);
+        EXPECT_EQ(seen(), "none");
     }
     EXPECT_EQ(f.close(h), 0);
 }
@@ -105,7 +101,8 @@ TEST_F(IndexLocks, TwoWritersAndAReaderThatSeesASoundTreeAtEveryLock) {
     for (const auto &run : runs) {
         const Fam &f = *run.f;
         SCOPED_TRACE(f.name);
-        const std::string p = make(f, "rw", run.keylen);
+        const std::string p = path(std::string("rw") + f.ext);
+        ASSERT_EQ(f.create(cs(p.c_str()), 'C', cs("K"), run.keylen, 0), 0);
         pid_t kids[2];
         for (int c = 0; c < 2; c++)
             kids[c] = xbt::spawn([&] {
@@ -118,8 +115,7 @@ TEST_F(IndexLocks, TwoWritersAndAReaderThatSeesASoundTreeAtEveryLock) {
                 }
                 return f.close(w) == 0 ? 0 : 4;
             });
-        short h = -1;
-        ASSERT_EQ(f.open(&h, cs(p.c_str()), run.mode), 0);
+        const short h = idx::openIndex(f, p, run.mode);
         int32_t seen = 0;
         for (int running = 2; running > 0;) {
             int st = 0;
@@ -140,10 +136,9 @@ TEST_F(IndexLocks, TwoWritersAndAReaderThatSeesASoundTreeAtEveryLock) {
         // How many looks fall while the writers run is up to the scheduler;
         // the last one, after both ended, sees every key.
         EXPECT_EQ(seen, 2 * kEach);
-        std::vector<idx::KeyLine> want;
-        for (int32_t rec = 1; rec <= 2 * kEach; rec++) want.push_back({rec, key(rec)});
-        std::sort(want.begin(), want.end(), [](const idx::KeyLine &a, const idx::KeyLine &b) { return a.key < b.key; });
-        EXPECT_TRUE(idx::same(idx::walk(f, h, 8), want)) << "both writers";
+        idx::Model want(false);
+        for (int32_t rec = 1; rec <= 2 * kEach; rec++) want.add(key(rec), rec);
+        EXPECT_TRUE(idx::same(idx::walk(f, h, 8), want.entries())) << "both writers";
         ASSERT_EQ(f.close(h), 0);
     }
 }
@@ -156,12 +151,11 @@ TEST_F(IndexLocks, SharedWalkKeepsItsPlaceByKey) {
     for (const auto &[fp, mode] : {std::pair{&idx::kNtx, DBO_SHARED | DBO_FLUSH}, {&idx::kNdx, DBO_SHARED}}) {
         const Fam &f = *fp;
         SCOPED_TRACE(f.name);
-        const std::string p = make(f, "walk", 8);
-        short w = -1, r = -1;
-        ASSERT_EQ(f.open(&w, cs(p.c_str()), DBO_SHARED | DBO_FLUSH), 0);
+        const std::string p = path(std::string("walk") + f.ext);
+        const short w = idx::newIndex(f, p, 8, DBO_SHARED | DBO_FLUSH);
         auto key = [](int i) { return std::to_string(10000000 + i); };
         for (int i = 0; i < 400; i += 2) ASSERT_EQ(f.add(w, cs(key(i).c_str()), i + 1), 0);
-        ASSERT_EQ(f.open(&r, cs(p.c_str()), mode), 0);
+        const short r = idx::openIndex(f, p, mode);
         char k[16];
         int32_t rec = 0;
         EXPECT_EQ(f.current(r, k, &rec), DBW_KEYNOTFOUND);

@@ -44,9 +44,7 @@ TEST_F(IndexTree, RandomAddsAndDeletesMatchTheModel) {
         const Fam &f = *r.f;
         SCOPED_TRACE(std::string(f.name) + " " + r.name);
         const std::string p = path(std::string("tree") + f.ext);
-        ASSERT_EQ(f.create(cs(p.c_str()), r.type | (r.unique ? 0x80 : 0), cs("K"), r.keylen, 0), 0);
-        short h = -1;
-        ASSERT_EQ(f.open(&h, cs(p.c_str()), r.mode), 0);
+        short h = idx::newIndex(f, p, r.keylen, r.mode, r.type | (r.unique ? 0x80 : 0));
         const bool num = r.type == 'N';
         const int k = num ? 8 : r.keylen;
         idx::Model model(r.unique);
@@ -81,16 +79,15 @@ TEST_F(IndexTree, RandomAddsAndDeletesMatchTheModel) {
             if (op % r.every == 0) idx::check(f, h, "op " + std::to_string(op));
             if (op % r.reopen == r.reopen - 1) {
                 ASSERT_EQ(f.close(h), 0);
-                ASSERT_EQ(f.open(&h, cs(p.c_str()), r.mode), 0);
+                h = idx::openIndex(f, p, r.mode);
             }
         }
         idx::check(f, h, "end");
         std::vector<KeyLine> want = model.entries();
         for (KeyLine &l : want) l.key = stored(l.key);
-        EXPECT_TRUE(idx::same(idx::walk(f, h, k), want));
         EXPECT_TRUE(idx::same(idx::walk(f, h, k, false), want));
         ASSERT_EQ(f.close(h), 0);
-        ASSERT_EQ(f.open(&h, cs(p.c_str()), DBO_READONLY), 0);
+        h = idx::openIndex(f, p, DBO_READONLY);
         EXPECT_TRUE(idx::same(idx::walk(f, h, k), want)) << "reopened";
         idx::expectFound(f, h, want, static_cast<size_t>(k), 1 + want.size() / 300);
         ASSERT_EQ(f.close(h), 0);
@@ -108,9 +105,7 @@ TEST_F(IndexTree, RootAndReusedPagesAtTheEdges) {
         const Fam &f = *c.f;
         SCOPED_TRACE(f.name);
         const std::string p = path(std::string("edge") + f.ext);
-        ASSERT_EQ(f.create(cs(p.c_str()), 'C', cs("K"), c.keylen, 0), 0);
-        short h = -1;
-        ASSERT_EQ(f.open(&h, cs(p.c_str()), DBO_FLUSH), 0);
+        const short h = idx::newIndex(f, p, c.keylen, DBO_FLUSH);
         auto root = [&] { return static_cast<long>(f.root(xbt::readFile(p))); };
         auto key = [&](int i) {
             std::string k = std::to_string(1000 + i);
@@ -163,18 +158,19 @@ TEST_F(IndexTree, SearchModesAndNavigation) {
         const Fam &f = *fp;
         SCOPED_TRACE(f.name);
         const std::string p = path(std::string("nav") + f.ext);
-        ASSERT_EQ(f.create(cs(p.c_str()), 'C', cs("K"), 4, 0), 0);
-        short h = -1;
-        ASSERT_EQ(f.open(&h, cs(p.c_str()), 0), 0);
+        short h = idx::newIndex(f, p, 4);
         char key[32];
         int32_t rec = 0;
         EXPECT_EQ(f.current(h, key, &rec), DBW_KEYNOTFOUND);
+        auto text = [](int v) {
+            char b[8];
+            std::snprintf(b, sizeof b, "%04d", v);
+            return std::string(b);
+        };
         std::vector<KeyLine> want;
         for (int i = 0; i < 600; i++) {
-            char k[8];
-            std::snprintf(k, sizeof k, "%04d", (i % 50) * 2);
-            ASSERT_EQ(f.add(h, k, i + 1), 0);
-            want.push_back({i + 1, k});
+            ASSERT_EQ(f.add(h, cs(text((i % 50) * 2).c_str()), i + 1), 0);
+            want.push_back({i + 1, text((i % 50) * 2)});
         }
         std::stable_sort(want.begin(), want.end(), [](const KeyLine &a, const KeyLine &b) { return a.key < b.key; });
         EXPECT_TRUE(idx::same(idx::walk(f, h, 4), want));
@@ -183,20 +179,13 @@ TEST_F(IndexTree, SearchModesAndNavigation) {
         ASSERT_EQ(f.next(h, key, &rec), 0);
         EXPECT_EQ(rec, 1);
         // Every mode for each key, absent ones between and above them, and
-        // one below them all.
+        // one below them all; each entry by key and record (mode 2), runs of
+        // 12 equal keys among them.
         idx::expectModes(f, h, want, "!!!!", 4);
-        for (int v = 0; v <= 100; v++) {
-            char probe[8];
-            std::snprintf(probe, sizeof probe, "%04d", v);
-            idx::expectModes(f, h, want, probe, 4);
-        }
-        // Mode 2 among 12 equal keys: each record, and one that is not there
-        // (left on the last entry of that key).
-        for (int32_t r : {8, 58, 558}) {
-            const idx::Hit hit = idx::search(f.search, h, "0014", 2, 4, r);
-            EXPECT_EQ(hit.rc, 0) << r;
-            EXPECT_EQ(hit.rec, r);
-        }
+        for (int v = 0; v <= 100; v++) idx::expectModes(f, h, want, text(v), 4);
+        idx::expectFound(f, h, want, 4, 1);
+        // Mode 2 for a record that is not there: left on the last entry of
+        // that key.
         const idx::Hit miss = idx::search(f.search, h, "0014", 2, 4, 9);
         EXPECT_EQ(miss.rc, DBW_KEYNOTFOUND);
         EXPECT_EQ(miss.rec, 558);

@@ -1,5 +1,6 @@
 // ndx_util.h - what the NDX suites add to index_util.h: numeric and date
-// keys as the model and the layout reader see them.
+// keys as the model and the layout reader see them, and the table of ours
+// that both suites index.
 #pragma once
 
 #include "index_util.h"
@@ -57,6 +58,67 @@ inline std::vector<idx::KeyLine> inOrder(const std::vector<idx::KeyLine> &in, bo
 inline int32_t julian(int y, int m, int d) {
     const int a = (14 - m) / 12, yy = y + 4800 - a, mm = m + 12 * a - 3;
     return d + (153 * mm + 2) / 5 + 365 * yy + yy / 4 - yy / 100 + yy / 400 - 32045;
+}
+
+// Row i of the table: NAME C(20) (1000 values, each name every 1000th
+// row), AMOUNT N(10,2), HIRED D (every 97th blank), CODE C(10) (unique,
+// ascending over the first 161 rows).
+struct Row {
+    std::string name, code, hired;
+    double amount;
+};
+inline Row row(int i) {
+    Row r;
+    char b[32];
+    std::snprintf(b, sizeof b, "NAME%05d", (i * 7919) % 1000);
+    r.name = b;
+    r.name.resize(20, ' ');
+    std::snprintf(b, sizeof b, "C%07d", (i * 31) % 5003);
+    r.code = b;
+    r.code.resize(10, ' ');
+    r.amount = ((i * 37) % 211 - 100) * 1.25;
+    if (i % 97 == 0) {
+        r.hired = std::string(8, ' ');
+    } else {
+        std::snprintf(b, sizeof b, "%04d%02d%02d", 1950 + i % 70, 1 + i % 12, 1 + (i * 7) % 28);
+        r.hired = b;
+    }
+    return r;
+}
+// Rows from..to appended to the open table t.
+inline void append(int t, int from, int to) {
+    char *buf = nullptr;
+    ASSERT_EQ(DBSetBufferAddress(t, &buf), 0);
+    for (int i = from; i <= to; i++) {
+        const Row r = row(i);
+        char line[64];
+        std::snprintf(line, sizeof line, " %s%10.2f%s%s", r.name.c_str(), r.amount, r.hired.c_str(), r.code.c_str());
+        std::memcpy(buf, line, 49);
+        int32_t rec = 0;
+        ASSERT_EQ(DBPutRecord(t, &rec, DB_APPEND), 0);
+    }
+    ASSERT_EQ(DBFlushFile(t), 0);
+}
+// The table at p with rows 1..rows, open in *t.
+inline void makeTable(const std::string &p, int *t, int rows) {
+    DBFIELD f[4] = {{"NAME", 'C', 20, 0}, {"AMOUNT", 'N', 10, 2}, {"HIRED", 'D', 8, 0}, {"CODE", 'C', 10, 0}};
+    ASSERT_EQ(DBCreateFile(idx::cs(p.c_str()), 4, f, 1), 0);
+    ASSERT_EQ(DBOpenFile(t, idx::cs(p.c_str()), 1), 0);
+    append(*t, 1, rows);
+}
+// What an index over the first rows holds, in NDX order: kind 'C' NAME,
+// 'K' CODE, 'N' AMOUNT, 'D' HIRED as a Julian day, 'T' HIRED as text (how
+// xbase64 indexes a date field).
+inline std::vector<idx::KeyLine> tableKeys(int rows, char kind, bool unique) {
+    std::vector<idx::KeyLine> keys;
+    for (int i = 1; i <= rows; i++) {
+        const Row r = row(i);
+        auto part = [&](size_t at, size_t n) { return std::atoi(r.hired.substr(at, n).c_str()); };
+        const double day = r.hired[0] == ' ' ? 0 : julian(part(0, 4), part(4, 2), part(6, 2));
+        const std::string text = kind == 'C' ? r.name : kind == 'K' ? r.code : r.hired;
+        keys.push_back({i, kind == 'N' || kind == 'D' ? dbl(kind == 'D' ? day : r.amount) : text});
+    }
+    return inOrder(keys, kind == 'N' || kind == 'D', unique);
 }
 
 }  // namespace ndxt
