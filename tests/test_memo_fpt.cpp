@@ -51,11 +51,12 @@ TEST_F(Fpt, WriteAppendsAndReusesOnlyWhatFits) {
     EXPECT_EQ(m.ff(), 10u);
 }
 
-// Pieces go on where the last call stopped; a piecewise read returns 1 until its last piece.
-TEST_F(Fpt, PiecewiseWriteAndRead) {
+// Pieces go on where the last call stopped; a piecewise read returns 1 until its last piece. Bad flags,
+// lengths and blocks are refused; a length past the end of the file sizes no allocation.
+TEST_F(Fpt, PiecewiseWriteAndReadAndBadArguments) {
     auto m = mt::made(true, path("m.fpt"), 64, 0, 0);
     std::string text = "0123456789abcdefghijklmnopqrstuvwxyz", got;
-    int32_t blk = 0, b2 = 0;
+    int32_t a = m.put("abc"), blk = 0, none = 0, b2 = 0;
     for (int i = 0; i < 3; i++) ASSERT_EQ(DBfpPutMemoRecord(m.h, &blk, &text[size_t(i) * 12], 36, 12, 2), 0);
     EXPECT_EQ(m.get(blk), text);
     for (int call = 0; call < 4; call++) {
@@ -65,23 +66,17 @@ TEST_F(Fpt, PiecewiseWriteAndRead) {
         DBFreeMemory(out, "test", 0);
     }
     EXPECT_EQ(got, text);
-    ASSERT_EQ(DBfpPutMemoRecord(m.h, &b2, &text[0], 10, 6, 2), 0);
-    EXPECT_EQ(DBfpPutMemoRecord(m.h, &b2, &text[0], 10, 5, 2), DBE_BADDATA);
-}
-
-// Bad flags, lengths and blocks; a length past the end of the file sizes no allocation.
-TEST_F(Fpt, BadArgumentsBlocksAndLengths) {
-    auto m = mt::made(true, path("m.fpt"), 64, 0, 0);
-    int32_t a = m.put("abc"), blk = 0;
     struct { int flags; int32_t total; int want; } w[] = {
         {4, 1, DBE_BADCOMMAND}, {512, 1, DBE_BADCOMMAND}, {0, 0, DBE_BADDATA}, {0, -5, DBE_BADDATA}};
-    for (auto c : w) EXPECT_EQ(DBfpPutMemoRecord(m.h, &blk, &m.file[0], c.total, 0, c.flags), c.want) << c.flags;
+    for (auto c : w) EXPECT_EQ(DBfpPutMemoRecord(m.h, &none, &text[0], c.total, 0, c.flags), c.want) << c.flags;
     char *out = reinterpret_cast<char *>(1);
-    for (int32_t b : {0, -1, 9, 100}) EXPECT_EQ(DBfpGetMemoRecord(m.h, b, &out, 100, 0), DBE_SEEK) << b;
+    for (int32_t b : {0, int32_t(m.ff()), 100000}) EXPECT_EQ(DBfpGetMemoRecord(m.h, b, &out, 100, 0), DBE_SEEK) << b;
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(DBfpGetMemoRecord(m.h, a, &out, 0, 2), DBE_BADCOMMAND);
     m.patch(size_t(a) * 64 + 4, 0x7FFFFFF0, 0);
     EXPECT_EQ(DBfpGetMemoRecord(m.h, a, &out, 0x7FFFFFFF, 0), DBE_CORRUPT);
+    ASSERT_EQ(DBfpPutMemoRecord(m.h, &b2, &text[0], 10, 6, 2), 0);  // a piece may not run past the total
+    EXPECT_EQ(DBfpPutMemoRecord(m.h, &b2, &text[0], 10, 5, 2), DBE_BADDATA);
 }
 
 // Both families: damaged headers and unknown versions; a failed open gives its slot back.

@@ -43,7 +43,8 @@ TEST_F(FileLayer, OpenCreateCloseAndAccessMapErrno) {
     // path -> open status, create status
     const std::tuple<std::string, int, int> cases[] = {
         {path("nope.dbf"), DBE_NOTFOUND, 0}, {path("nodir/x.dbf"), DBE_NOTFOUND, DBE_NOPATH},
-        {dir, DBE_NOTFOUND, DBE_NOTFOUND},   {file + "/x", DBE_NOPATH, DBE_NOPATH}, {"", DBE_BADFILENAME, DBE_BADFILENAME}};
+        {dir, DBE_NOTFOUND, DBE_NOTFOUND},   {file + "/x", DBE_NOPATH, DBE_NOPATH},
+        {"", DBE_BADFILENAME, DBE_BADFILENAME}};
     for (const auto &[p, open_rc, create_rc] : cases) {
         EXPECT_EQ(DBosOpenFile(&fd, C(p), 0, &m), open_rc) << p;
         int cfd = -1;
