@@ -1,8 +1,6 @@
 // test_memo_dbt.cpp - DBT memo files in the dBASE III and dBASE IV layouts.
 #include "memo_util.h"
 
-#include <sys/stat.h>
-
 #include <tuple>
 #include <utility>
 
@@ -17,25 +15,6 @@ Runs chain(const mt::Memo &m) {
     for (uint32_t n = mt::get32(f, 24, false); n != 0 && runs.size() < 100; n = mt::get32(f, size_t(n) * 512, false))
         runs.push_back({n, mt::get32(f, size_t(n) * 512 + 4, false)});
     return runs;
-}
-
-// New files of both layouts byte for byte; bad versions and page sizes.
-TEST_F(Dbt, CreateWritesBothLayouts) {
-    mt::Bytes three(513, 0), four{1, 0, 0, 0, 0, 0, 0, 0, 'M', 'Y', 'M', 'E', 'M', 'O', 'F', 'I', 0, 0, 2, 1, 0, 4};
-    three.front() = 1;
-    three.back() = 0x1A;
-    four.resize(1024);
-    for (int v : {1, 3, 5, 6, 7}) EXPECT_EQ(xbt::readFile(mt::made(false, path("3.dbt"), 4, v, -1).file), three) << v;
-    ASSERT_EQ(mkdir(path("d.x").c_str(), 0700), 0);
-    EXPECT_EQ(xbt::readFile(mt::made(false, path("d.x/MyMemoFile.dbt"), 2, 2, -1).file), four);
-    struct { int blocks, version, want; long size; } bad[] = {
-        {1, 4, DBE_BADVERSION, 0}, {1, 0, DBE_BADVERSION, 0}, {1, 8, DBE_BADVERSION, 0},
-        {0, 3, DBE_PAGESIZE, -1},  {33, 3, DBE_PAGESIZE, -1}};
-    for (auto c : bad) {
-        std::string e = path("bad" + std::to_string(c.blocks) + std::to_string(c.version));
-        EXPECT_EQ(DBxbCreateMemo(&e[0], c.blocks, c.version), c.want) << c.version;
-        EXPECT_EQ(xbt::fileSize(e), c.size) << c.version;
-    }
 }
 
 // dBASE III: end marks, in-place rewrites only while they fit, ff moved past a text put beyond it. A text

@@ -1,5 +1,7 @@
-// test_memo_fpt.cpp - FPT memo files; open checks and locks of both families.
+// test_memo_fpt.cpp - FPT memo files; creates, open checks and locks of both families.
 #include "memo_util.h"
+
+#include <sys/stat.h>
 
 #include <tuple>
 
@@ -7,18 +9,32 @@ namespace {
 using Fpt = xbt::LibTest;
 using mt::get32;
 
-// Block size and first free block of each create code; bad codes make no file.
-TEST_F(Fpt, CreateCodesGiveBlockSizeAndFirstFreeBlock) {
-    struct { int code; uint32_t bs, ff; } cases[] = {
+// New files: DBT's dBASE III and IV layouts byte for byte, FPT's block size and first free block of each
+// create code. A bad DBT version leaves an empty file, a bad block count or FPT code none.
+TEST_F(Fpt, CreateInBothFamilies) {
+    mt::Bytes three(513, 0), four{1, 0, 0, 0, 0, 0, 0, 0, 'M', 'Y', 'M', 'E', 'M', 'O', 'F', 'I', 0, 0, 2, 1, 0, 4};
+    three.front() = 1;
+    three.back() = 0x1A;
+    four.resize(1024);
+    for (int v : {1, 3, 5, 6, 7}) EXPECT_EQ(xbt::readFile(mt::made(false, path("3.dbt"), 4, v, -1).file), three) << v;
+    ASSERT_EQ(mkdir(path("d.x").c_str(), 0700), 0);
+    EXPECT_EQ(xbt::readFile(mt::made(false, path("d.x/MyMemoFile.dbt"), 2, 2, -1).file), four);
+    struct { int code; uint32_t bs, ff; } codes[] = {
         {1, 512, 1}, {32, 16384, 1}, {33, 33, 16}, {64, 64, 8}, {511, 511, 2}};
-    for (auto c : cases) {
+    for (auto c : codes) {
         auto b = xbt::readFile(mt::made(true, path(std::to_string(c.code)), c.code, 0, -1).file);
         EXPECT_EQ(std::make_tuple(b.size(), get32(b, 0, true), get32(b, 4, true)),
                   std::make_tuple(size_t(c.bs * c.ff), c.ff, c.bs));
     }
-    std::string p = path("bad.fpt");
-    for (int code : {0, 512}) EXPECT_EQ(DBfpCreateMemo(&p[0], code), DBE_PAGESIZE);
-    EXPECT_FALSE(xbt::fileExists(p));
+    struct { bool fpt; int size, version, want; long left; } bad[] = {
+        {false, 1, 4, DBE_BADVERSION, 0}, {false, 1, 0, DBE_BADVERSION, 0}, {false, 1, 8, DBE_BADVERSION, 0},
+        {false, 0, 3, DBE_PAGESIZE, -1},  {false, 33, 3, DBE_PAGESIZE, -1}, {true, 0, 0, DBE_PAGESIZE, -1},
+        {true, 512, 0, DBE_PAGESIZE, -1}};
+    for (auto c : bad) {
+        std::string e = path("bad" + std::to_string(c.size) + std::to_string(c.version));
+        EXPECT_EQ(c.fpt ? DBfpCreateMemo(&e[0], c.size) : DBxbCreateMemo(&e[0], c.size, c.version), c.want) << e;
+        EXPECT_EQ(xbt::fileSize(e), c.left) << e;
+    }
 }
 
 // Appends at ff behind a (type, length) header; option 256 rewrites in place only what fits.
