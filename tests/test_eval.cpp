@@ -16,6 +16,7 @@ std::string pad(const std::string &s, size_t n) { return s.substr(0, n) + std::s
 // A value as the tests compare it: its type letter, then its bytes (a number printed exactly).
 std::string C(const std::string &s) { return "C" + s; }
 std::string N(double d) { char b[40]; std::snprintf(b, sizeof b, "N%.17g", d); return b; }
+using V = std::vector<int>;
 const std::string kName = pad("Ada Lovelace", 20), kCity = pad("London", 15), kUp = pad("ADA LOVELACE", 20);
 
 // Evaluate expr on table h into "status|value". A failure must hand back no value (not even the
@@ -142,14 +143,11 @@ static int32_t rept(DBEVALTEMP *t) {
 // work outside an evaluation.
 TEST_F(EvalTest, BadArguments) {
     char expr[] = "NAME";
-    DBEVAL out{};
     int16_t v = 5;
     for (int bad : {-1, 0, 2, 63, 64, 1000}) EXPECT_EQ(evaluate(bad, expr), "-213|") << bad;
-    for (int rc : {DBEvaluateStr(h_, expr, nullptr), DBAddParseEntry(expr, nullptr), DBGetTableInfo(&recno_, nullptr)})
-        EXPECT_EQ(rc, -221);
-    EXPECT_EQ(DBProcessTable(), -212);
-    EXPECT_EQ(DBGetValue(&v), -212);
-    EXPECT_EQ(v, 5);
+    EXPECT_EQ(V({DBEvaluateStr(h_, expr, nullptr), DBAddParseEntry(expr, nullptr), DBGetTableInfo(&recno_, nullptr),
+                 DBProcessTable(), DBGetValue(&v), v}),
+              V({-221, -221, -221, -212, -212, 5}));
 }
 
 // The parse-entry table stays sorted by unsigned bytes whatever the order of registration and
@@ -166,19 +164,14 @@ TEST_F(EvalTest, ParseTableKeepsSortedRows) {
     };
     int n = -1, longest = -1;
     char missing[] = "X(", dup[] = "F07(X", shorter[] = "F07", empty[] = "";
-    EXPECT_EQ(DBGetTableInfo(&n, &longest), 202);
-    EXPECT_EQ(DBDeleteParseEntry(missing), 204);
+    EXPECT_EQ(V({DBGetTableInfo(&n, &longest), DBDeleteParseEntry(missing)}), V({202, 204}));
     for (int i = 0; i < 43; i++) names.push_back("F" + std::to_string(100 + i * 17 % 43).substr(1) + "(");
     for (std::string &s : names) ASSERT_EQ(DBAddParseEntry(s.data(), nop), 0) << s;
     sorted = names;
     std::sort(sorted.begin(), sorted.end());
     expectRows();
-    ASSERT_EQ(DBGetTableInfo(&n, &longest), 0);
-    EXPECT_EQ(n, 45);
-    EXPECT_EQ(longest, 4);
-    EXPECT_EQ(DBAddParseEntry(dup, nop), 211);
-    EXPECT_EQ(DBDeleteParseEntry(shorter), 204);
-    EXPECT_EQ(DBAddParseEntry(empty, nop), -207);
+    EXPECT_EQ(V({DBGetTableInfo(&n, &longest), n, longest, DBAddParseEntry(dup, nop), DBDeleteParseEntry(shorter),
+                 DBAddParseEntry(empty, nop)}), V({0, 45, 4, 211, 204, -207}));
     for (size_t i = 0; i < names.size(); i++) {
         std::string s = names[i * 7 % names.size()];
         ASSERT_EQ(DBDeleteParseEntry(s.data()), 0) << s;

@@ -42,9 +42,8 @@ TEST_F(MemoDbfread, WrittenRewrittenAndPackedFilesReadBack) {
         // dbfread's view of every record's memo against what was written.
         auto agrees = [&](const char *when) {
             std::vector<std::string> want, got;
-            for (size_t i = 0; i < texts.size(); i++) {
+            for (size_t i = 0; i < texts.size(); i++)
                 want.push_back("memo " + std::to_string(i + 1) + " " + (texts[i].empty() ? "-" : xbt::hex(texts[i])));
-            }
             for (const auto &l : tablea::dbfread(dbfPath, "NOTES"))
                 if (l[0] == "memo") got.push_back(l[0] + " " + l[1] + " " + l[2]);
             EXPECT_EQ(got, want) << when;

@@ -1,5 +1,7 @@
-// test_memo_fpt.cpp - FPT memo files; open checks and locks of both families.
+// test_memo_fpt.cpp - FPT memo files; creates, open checks and locks of both families.
 #include "memo_util.h"
+
+#include <sys/stat.h>
 
 #include <tuple>
 
@@ -7,18 +9,32 @@ namespace {
 using Fpt = xbt::LibTest;
 using mt::get32;
 
-// Block size and first free block of each create code; bad codes make no file.
-TEST_F(Fpt, CreateCodesGiveBlockSizeAndFirstFreeBlock) {
-    struct { int code; uint32_t bs, ff; } cases[] = {
+// New files: DBT's dBASE III and IV layouts byte for byte, FPT's block size and first free block of each
+// create code. A bad DBT version leaves an empty file, a bad block count or FPT code none.
+TEST_F(Fpt, CreateInBothFamilies) {
+    mt::Bytes three(513, 0), four{1, 0, 0, 0, 0, 0, 0, 0, 'M', 'Y', 'M', 'E', 'M', 'O', 'F', 'I', 0, 0, 2, 1, 0, 4};
+    three.front() = 1;
+    three.back() = 0x1A;
+    four.resize(1024);
+    for (int v : {1, 3, 5, 6, 7}) EXPECT_EQ(xbt::readFile(mt::made(false, path("3.dbt"), 4, v, -1).file), three) << v;
+    ASSERT_EQ(mkdir(path("d.x").c_str(), 0700), 0);
+    EXPECT_EQ(xbt::readFile(mt::made(false, path("d.x/MyMemoFile.dbt"), 2, 2, -1).file), four);
+    struct { int code; uint32_t bs, ff; } codes[] = {
         {1, 512, 1}, {32, 16384, 1}, {33, 33, 16}, {64, 64, 8}, {511, 511, 2}};
-    for (auto c : cases) {
+    for (auto c : codes) {
         auto b = xbt::readFile(mt::made(true, path(std::to_string(c.code)), c.code, 0, -1).file);
         EXPECT_EQ(std::make_tuple(b.size(), get32(b, 0, true), get32(b, 4, true)),
                   std::make_tuple(size_t(c.bs * c.ff), c.ff, c.bs));
     }
-    std::string p = path("bad.fpt");
-    for (int code : {0, 512}) EXPECT_EQ(DBfpCreateMemo(&p[0], code), DBE_PAGESIZE);
-    EXPECT_FALSE(xbt::fileExists(p));
+    struct { bool fpt; int size, version, want; long left; } bad[] = {
+        {false, 1, 4, DBE_BADVERSION, 0}, {false, 1, 0, DBE_BADVERSION, 0}, {false, 1, 8, DBE_BADVERSION, 0},
+        {false, 0, 3, DBE_PAGESIZE, -1},  {false, 33, 3, DBE_PAGESIZE, -1}, {true, 0, 0, DBE_PAGESIZE, -1},
+        {true, 512, 0, DBE_PAGESIZE, -1}};
+    for (auto c : bad) {
+        std::string e = path("bad" + std::to_string(c.size) + std::to_string(c.version));
+        EXPECT_EQ(c.fpt ? DBfpCreateMemo(&e[0], c.size) : DBxbCreateMemo(&e[0], c.size, c.version), c.want) << e;
+        EXPECT_EQ(xbt::fileSize(e), c.left) << e;
+    }
 }
 
 // Appends at ff behind a (type, length) header; option 256 rewrites in place only what fits.
@@ -51,11 +67,12 @@ TEST_F(Fpt, WriteAppendsAndReusesOnlyWhatFits) {
     EXPECT_EQ(m.ff(), 10u);
 }
 
-// Pieces go on where the last call stopped; a piecewise read returns 1 until its last piece.
-TEST_F(Fpt, PiecewiseWriteAndRead) {
+// Pieces go on where the last call stopped; a piecewise read returns 1 until its last piece. Bad flags,
+// lengths and blocks are refused; a length past the end of the file sizes no allocation.
+TEST_F(Fpt, PiecewiseWriteAndReadAndBadArguments) {
     auto m = mt::made(true, path("m.fpt"), 64, 0, 0);
     std::string text = "0123456789abcdefghijklmnopqrstuvwxyz", got;
-    int32_t blk = 0, b2 = 0;
+    int32_t a = m.put("abc"), blk = 0, none = 0, b2 = 0;
     for (int i = 0; i < 3; i++) ASSERT_EQ(DBfpPutMemoRecord(m.h, &blk, &text[size_t(i) * 12], 36, 12, 2), 0);
     EXPECT_EQ(m.get(blk), text);
     for (int call = 0; call < 4; call++) {
@@ -65,23 +82,17 @@ TEST_F(Fpt, PiecewiseWriteAndRead) {
         DBFreeMemory(out, "test", 0);
     }
     EXPECT_EQ(got, text);
-    ASSERT_EQ(DBfpPutMemoRecord(m.h, &b2, &text[0], 10, 6, 2), 0);
-    EXPECT_EQ(DBfpPutMemoRecord(m.h, &b2, &text[0], 10, 5, 2), DBE_BADDATA);
-}
-
-// Bad flags, lengths and blocks; a length past the end of the file sizes no allocation.
-TEST_F(Fpt, BadArgumentsBlocksAndLengths) {
-    auto m = mt::made(true, path("m.fpt"), 64, 0, 0);
-    int32_t a = m.put("abc"), blk = 0;
     struct { int flags; int32_t total; int want; } w[] = {
         {4, 1, DBE_BADCOMMAND}, {512, 1, DBE_BADCOMMAND}, {0, 0, DBE_BADDATA}, {0, -5, DBE_BADDATA}};
-    for (auto c : w) EXPECT_EQ(DBfpPutMemoRecord(m.h, &blk, &m.file[0], c.total, 0, c.flags), c.want) << c.flags;
+    for (auto c : w) EXPECT_EQ(DBfpPutMemoRecord(m.h, &none, &text[0], c.total, 0, c.flags), c.want) << c.flags;
     char *out = reinterpret_cast<char *>(1);
-    for (int32_t b : {0, -1, 9, 100}) EXPECT_EQ(DBfpGetMemoRecord(m.h, b, &out, 100, 0), DBE_SEEK) << b;
+    for (int32_t b : {0, int32_t(m.ff()), 100000}) EXPECT_EQ(DBfpGetMemoRecord(m.h, b, &out, 100, 0), DBE_SEEK) << b;
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(DBfpGetMemoRecord(m.h, a, &out, 0, 2), DBE_BADCOMMAND);
     m.patch(size_t(a) * 64 + 4, 0x7FFFFFF0, 0);
     EXPECT_EQ(DBfpGetMemoRecord(m.h, a, &out, 0x7FFFFFFF, 0), DBE_CORRUPT);
+    ASSERT_EQ(DBfpPutMemoRecord(m.h, &b2, &text[0], 10, 6, 2), 0);  // a piece may not run past the total
+    EXPECT_EQ(DBfpPutMemoRecord(m.h, &b2, &text[0], 10, 5, 2), DBE_BADDATA);
 }
 
 // Both families: damaged headers and unknown versions; a failed open gives its slot back.

@@ -16,18 +16,18 @@ std::vector<char> text(const std::string &s) { return std::vector<char>(s.c_str(
 
 // The parser keeps what it read even when it refuses the text (-7: nothing read) and the validity check
 // agrees; accepted texts print back the same (a blank may stand for the hour's zero); seconds to noon either
-// way round, the texts parsed before the output pointer is looked at.
-TEST_F(LibTest, TimeTexts) {
+// way round, the texts parsed before the output pointer is looked at. Printing judges the time before the
+// style, and style 2 drops the seconds.
+TEST_F(LibTest, TimeTextsPrintingAndNullPointers) {
     const struct { const char *text; int style, rc, h, m, s; } cases[] = {
         {"09:05:00", 1, 0, 9, 5, 0},      {" 9:05:00", 1, 0, 9, 5, 0},       {"9:05:00 ", 1, BAD, 9, 5, 0},
         {"23:59:59", 1, 0, 23, 59, 59},   {"24:00:00", 1, BAD, 24, 0, 0},    {"12:60:00", 1, BAD, 12, 60, 0},
         {"12:00:60", 1, BAD, 12, 0, 60},  {"12:3:456", 1, BAD, 12, 3, 456},  {"+9:05:00", 1, BAD, 9, 5, 0},
         {"  :  :  ", 1, BAD, 0, 0, 0},    {"1:2345:6", 1, BAD, 1, 2345, 6},  {"09 05 00", 1, BAD, -7, -7, -7},
         {"123456:7", 1, BAD, -7, -7, -7}, {"1:23456:", 1, BAD, -7, -7, -7},  {"9:05:00", 1, BAD, -7, -7, -7},
-        {"", 1, BAD, -7, -7, -7},         {"09:05:000", 1, BAD, -7, -7, -7}, {"0930", 1, BAD, -7, -7, -7},
-        {"0930", 2, 0, 9, 30, 0},         {"2400", 2, BAD, 24, 0, 0},        {"0960", 2, BAD, 9, 60, 0},
-        {" 930", 2, BAD, 9, 30, 0},       {"9:30", 2, BAD, 9, 30, 0},        {"09300", 2, BAD, -7, -7, -7},
-        {"09:30:00", 2, BAD, -7, -7, -7}, {"09:05:00", 3, CMD, -7, -7, -7},  {"0930", 0, CMD, -7, -7, -7}};
+        {"09:05:000", 1, BAD, -7, -7, -7}, {"0930", 2, 0, 9, 30, 0},         {"2400", 2, BAD, 24, 0, 0},
+        {"0960", 2, BAD, 9, 60, 0},       {" 930", 2, BAD, 9, 30, 0},        {"9:30", 2, BAD, 9, 30, 0},
+        {"09300", 2, BAD, -7, -7, -7},    {"09:05:00", 3, CMD, -7, -7, -7}};
     char noon[] = "12:00:00", out[9];
     for (const auto &c : cases) {
         auto t = text(c.text);
@@ -42,19 +42,14 @@ TEST_F(LibTest, TimeTexts) {
                      DBSecondsBetweenStr(&ba, noon, 1, t.data(), c.style), ab, ba}), V({0, 0, 0, secs, secs}));
         EXPECT_EQ((c.text[0] == ' ' ? " " : "") + std::string(out + (c.text[0] == ' ')), c.text);
     }
-}
-
-// Printing: the time is judged before the style, style 2 drops the seconds; NULL pointers.
-TEST_F(LibTest, TimePrintingAndNullPointers) {
-    char o[9], s[] = "09:05:00";
+    EXPECT_EQ(V({DBTime3ToStr(out, 1, 24, 0, 0), DBTime3ToStr(out, 1, 0, 60, 0), DBTime3ToStr(out, 1, 0, 0, 60),
+                 DBTime3ToStr(out, 2, -1, 0, 0), DBTime3ToStr(out, 1, 0, 0, INT32_MIN), DBTime3ToStr(out, 3, 24, 0, 0),
+                 DBTime3ToStr(out, 3, 12, 0, 0), DBTime3ToStr(out, 0, 12, 0, 0), DBGetTimeStr(out, 3),
+                 DBTime3ToStr(out, 2, 23, 59, 59)}), V({BAD, BAD, BAD, BAD, BAD, BAD, CMD, CMD, CMD, 0}));
+    EXPECT_STREQ(out, "2359");
     int v, i = 0;
-    EXPECT_EQ(V({DBTime3ToStr(o, 1, 24, 0, 0), DBTime3ToStr(o, 1, 0, 60, 0), DBTime3ToStr(o, 1, 0, 0, 60),
-                 DBTime3ToStr(o, 2, -1, 0, 0), DBTime3ToStr(o, 1, 0, 0, INT32_MIN), DBTime3ToStr(o, 3, 24, 0, 0),
-                 DBTime3ToStr(o, 3, 12, 0, 0), DBTime3ToStr(o, 0, 12, 0, 0), DBGetTimeStr(o, 3),
-                 DBTime3ToStr(o, 2, 23, 59, 59)}), V({BAD, BAD, BAD, BAD, BAD, BAD, CMD, CMD, CMD, 0}));
-    EXPECT_STREQ(o, "2359");
     for (int rc : {DBTime3ToStr(nullptr, 1, 1, 1, 1), DBStrTimeTo3(&v, &v, &v, nullptr, 1),
-                   DBSecondsBetweenStr(&v, s, 1, nullptr, 1), DBGetTime3(&v, &v, &v, nullptr),
+                   DBSecondsBetweenStr(&v, noon, 1, nullptr, 1), DBGetTime3(&v, &v, &v, nullptr),
                    DBGetTimeStr(nullptr, 1)})
         EXPECT_EQ(rc, NUL) << "call " << i++;
 }
