@@ -24,7 +24,8 @@ struct Put {
 void put(Bytes &f, const std::vector<Put> &fields) {
     for (const Put &p : fields)
         for (int i = 0; i < p.n; i++)
-            f[p.at + static_cast<size_t>(i)] = static_cast<uint8_t>(p.n > 4 ? p.v : p.v >> (8 * (p.be ? p.n - 1 - i : i)));
+            f[p.at + static_cast<size_t>(i)] =
+                static_cast<uint8_t>(p.n > 4 ? p.v : p.v >> (8 * (p.be ? p.n - 1 - i : i)));
 }
 
 // A page's head: attributes, key count, left and right siblings (-1: none).
@@ -65,7 +66,8 @@ void compactLeaf(Bytes &f, size_t p, int32_t left, int32_t right, int k, const s
         const int len = k - dup - trail;
         kt -= static_cast<size_t>(len);
         std::memcpy(&f[kt], key.data() + dup, static_cast<size_t>(len));
-        put(f, {{p + 24 + j * 3, 3, static_cast<uint32_t>(e[j].rec) | static_cast<uint32_t>(dup) << 16 | static_cast<uint32_t>(trail) << 20}});
+        const uint32_t v = static_cast<uint32_t>(e[j].rec | dup << 16 | trail << 20);
+        put(f, {{p + 24 + j * 3, 3, v}});
         prev = key;
     }
     put(f, {{p + 12, 2, static_cast<uint32_t>(488 - 3 * e.size() - (p + 512 - kt))}});
@@ -91,7 +93,8 @@ std::vector<KeyLine> names(int from, int n, int k) {
 Bytes compactIdx(std::vector<KeyLine> &all) {
     const int k = 8;
     Bytes f(2560, 0);
-    put(f, {{0, 4, 1024}, {4, 4, 0xFFFFFFFF}, {12, 2, k}, {14, 1, 0x20}, {15, 1, 1}, {504, 2, 5}, {506, 2, 1}, {510, 2, 5}});
+    put(f, {{0, 4, 1024}, {4, 4, 0xFFFFFFFF}, {12, 2, k}, {14, 1, 0x20}, {15, 1, 1}, {504, 2, 5}, {506, 2, 1},
+            {510, 2, 5}});
     std::memcpy(&f[512], "NAME", 5);
     const std::vector<KeyLine> a = names(0, 30, k), b = names(30, 25, k);
     compactLeaf(f, 1536, -1, 2048, k, a);
@@ -167,7 +170,8 @@ TEST_F(CdxBad, IdxFilesMadeByteByByteReadBack) {
 TEST_F(CdxBad, OpenChecksInTheirOrder) {
     std::vector<KeyLine> all;
     ASSERT_EQ(DBfpCreateIndex(cs(path("d.cdx").c_str())), 0);
-    const std::map<char, Bytes> base = {{'c', compactIdx(all)}, {'p', plainIdx(all)}, {'d', xbt::readFile(path("d.cdx"))}};
+    const std::map<char, Bytes> base = {
+        {'c', compactIdx(all)}, {'p', plainIdx(all)}, {'d', xbt::readFile(path("d.cdx"))}};
     const struct {
         const char *what;
         char base;
@@ -394,12 +398,12 @@ TEST_F(CdxBad, FailedBuildRemovesItsTemporaryFile) {
     DBsort_budget = 1000;
     // A FOR expression that is no logical fails after runs were spilled.
     const std::string f = path("f.idx");
-    int h = cdx::newIdx(f, 'C' | 0x400, 20, "NAME");
+    int h = cdx::newIdx(f, 'C' | 0x400, 20, "NAME", "NAME");
     EXPECT_EQ(DBfbBuildIndex(t, h), DBE_BADEXPR);
     EXPECT_FALSE(xbt::fileExists(path("STKS0.TMP")));
     // A key expression of another type than the tag's.
     ASSERT_EQ(DBfbCloseIndex(h), 0);
-    h = cdx::newIdx(f, 'C' | 0x400, 20, "ACTIVE");
+    h = cdx::newIdx(f, 'C' | 0x400, 20, "NAME", "ACTIVE");
     ASSERT_EQ(DBfbSetDefaultKeyType(h, 'N'), 0);
     EXPECT_EQ(DBfbBuildIndex(t, h), DBE_BADEXPR);
     EXPECT_FALSE(xbt::fileExists(path("STKS0.TMP")));
@@ -409,7 +413,8 @@ TEST_F(CdxBad, FailedBuildRemovesItsTemporaryFile) {
     // active (T).
     ASSERT_EQ(DBfbBuildIndex(t, h), 0);
     int32_t active = 0;
-    for (const std::string &l : xbt::readLines(xbt::fixturePath("hbcdx.records.txt"))) active += l.find("|T|") != std::string::npos;
+    for (const std::string &l : xbt::readLines(xbt::fixturePath("hbcdx.records.txt")))
+        active += l.find("|T|") != std::string::npos;
     EXPECT_GT(active, 0);
     EXPECT_LT(active, 300);
     cdx::expectSound(h, static_cast<size_t>(active), "built for ACTIVE");

@@ -77,11 +77,11 @@ inline int newTag(const std::string &f, const char *name, int mode, int k, int *
     EXPECT_EQ(DBfpCreateTag(*h, cs(name), mode, cs("NAME"), k, nullptr), 0) << f;
     return openTag(*h, name, mode & 0x7F);
 }
-// A new IDX file over NAME (mode: key type | 0x80 unique | 0x400 compact),
-// opened, its key type named: the handle.
-inline int newIdx(const std::string &f, int mode, int k, const char *forExpr = nullptr) {
+// A new IDX file (mode: key type | 0x80 unique | 0x400 compact), opened,
+// its key type named: the handle.
+inline int newIdx(const std::string &f, int mode, int k, const char *expr = "NAME", const char *forExpr = nullptr) {
     int h = -1;
-    EXPECT_EQ(DBfbCreateIndex(cs(f.c_str()), mode, cs("NAME"), k, cs(forExpr)), 0) << f;
+    EXPECT_EQ(DBfbCreateIndex(cs(f.c_str()), mode, cs(expr), k, cs(forExpr)), 0) << f;
     EXPECT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0) << f;
     EXPECT_EQ(DBfbSetDefaultKeyType(h, mode & 0x7F), 0) << f;
     return h;
