@@ -148,7 +148,7 @@ TEST_F(CdxBad, IdxFilesMadeByteByByteReadBack) {
         EXPECT_TRUE(idx::same(cdx::walk(h), all));
         EXPECT_TRUE(idx::same(cdx::walk(h, false), all)) << "back";
         cdx::expectSound(h, all.size(), "as made", 0);
-        idx::expectFound(cdx::kFam, h, all, k, 1);
+        idx::expectFound(cdx::kIdx, h, all, k, 1);
         // A change keeps the layout: read by the same rules after reopening.
         ASSERT_EQ(DBfbAddKey(h, cs("N0305"), 7), 0);
         ASSERT_EQ(DBfbDeleteKey(h, cs(all[3].key.c_str()), all[3].rec), 0);
@@ -258,7 +258,7 @@ TEST_F(CdxBad, DamagedPagesAreRefused) {
         ASSERT_EQ(open(b, &h), 0) << c.what;
         DBfbSetDefaultKeyType(h, 'C');
         if (c.named) EXPECT_TRUE(idx::same(cdx::walk(h), all)) << c.what;
-        else EXPECT_EQ(idx::use(cdx::kFam, h, "N040"), DBE_CORRUPT) << c.what;
+        else EXPECT_EQ(idx::use(cdx::kIdx, h, "N040"), DBE_CORRUPT) << c.what;
         DBINDEXCHECK chk;
         EXPECT_EQ(DBfbCheckIndex(h, &chk, 0), DBE_CORRUPT) << c.what;
         EXPECT_NE(chk.msg[0], '\0') << c.what;

@@ -1,10 +1,8 @@
 // Trees under change: long random runs of adds and deletes against an
-// in-memory model, with the whole tag checked every so often (order, leaf
-// packing and free space, separators, sibling links, free list), in compact
-// and non-compact files, one tag and several tags in one file, with closes
-// and reopens, exclusive and shared write-through opens; record numbers
-// that make leaves widen their record field; freed pages reused before the
-// file grows.
+// in-memory model, the whole tag checked every so often, in compact and
+// non-compact files, one tag and several in one file, reopened, exclusive
+// and shared write-through; record numbers that widen a leaf's record
+// field; freed pages reused before the file grows; long runs of equal keys.
 #include "cdx_util.h"
 
 using cdx::cs;
@@ -24,13 +22,9 @@ struct TagRun {
 };
 
 std::string genKey(idx::Rng &r, const TagRun &run) {
-    char b[64];
-    if (run.type == 'N') {
-        DBfpDoubleToKey(b, (static_cast<int>(r.below(400)) - 200) / 4.0);
-        return std::string(b, 8);
-    }
-    if (run.type == 'D') {
-        DBfpDoubleToKey(b, 2440000.0 + r.below(300));
+    char b[9];
+    if (run.type != 'C') {
+        DBfpDoubleToKey(b, run.type == 'N' ? (static_cast<int>(r.below(400)) - 200) / 4.0 : 2440000.0 + r.below(300));
         return std::string(b, 8);
     }
     // Few distinct keys, shared prefixes, trailing blanks of every length.

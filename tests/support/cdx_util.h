@@ -87,11 +87,15 @@ inline int newIdx(const std::string &f, int mode, int k, const char *expr = "NAM
     return h;
 }
 
-// The moves and searches of a tag or an IDX file (both take the same
-// calls), for index_util's walks and searches.
+// The moves and searches of a tag or an IDX file (the DBfp calls take
+// both), and the DBfb calls of IDX files, for index_util's walks and
+// searches.
 inline const idx::Fam kFam = {.name = "CDX", .ext = ".cdx", .page = 512, .add = DBfpAddKey, .del = DBfpDeleteKey,
     .search = DBfpKeySearch, .first = DBfpGoFirstKey, .last = DBfpGoLastKey, .next = DBfpGoNextKey,
     .prev = DBfpGoPreviousKey, .current = DBfpGetCurrentKey, .check = DBfpCheckTag};
+inline const idx::Fam kIdx = {.name = "IDX", .ext = ".idx", .page = 512, .add = DBfbAddKey, .del = DBfbDeleteKey,
+    .search = DBfbKeySearch, .first = DBfbGoFirstKey, .last = DBfbGoLastKey, .next = DBfbGoNextKey,
+    .prev = DBfbGoPreviousKey, .current = DBfbGetCurrentKey, .check = DBfbCheckIndex};
 
 inline int keylen(int tag) {
     DBFBINDEXINFO info;
