@@ -13,33 +13,19 @@ using cdx::KeyLine;
 
 namespace {
 
-struct TagDef {
-    const char *name;
-    const char *expr;
-    int mode;     // type letter | 0x80 unique
-    int keylen;
-};
-const TagDef kTagDefs[] = {{"byname", "NAME", 'C', 20},      {"byamount", "AMOUNT", 'N', 8}, {"byhired", "HIRED", 'D', 8},
-                       {"bycity", "UPPER(CITY)+NAME", 'C', 35}, {"ucity", "CITY", 'C' | 0x80, 15}, {"byqty", "STR(QTY,5)+NAME", 'C', 25}};
-
-class CdxBuild : public xbt::LibTest {
+class CdxBuild : public cdx::Suite {
 protected:
     void SetUp() override {
-        xbt::LibTest::SetUp();
-        DBSetDefaultDateStyle(4);
-        table = idx::openableTable(*this, path("hbcdx.dbf"), "hbcdx.dbf");
-        xbt::writeFile(path("hbcdx.fpt"), xbt::readFile(xbt::fixturePath("hbcdx.fpt")));
-        ASSERT_EQ(DBOpenFile(&t, cs(table.c_str()), 4), 0);
+        cdx::Suite::SetUp();
+        fixture("hbcdx.fpt");
+        ASSERT_EQ(DBOpenFile(&t, cs(openableFixture("hbcdx.dbf").c_str()), 4), 0);
     }
-    // Harbour's dump; a rebuilt tag holds equal keys in record order, as
-    // Harbour's does.
-    std::vector<KeyLine> want(const TagDef &s) { return cdx::expected(cdx::kTags[&s - kTagDefs]); }
-    std::string table;
     int t = -1;
 };
 
 // Every Harbour expression built into a new compound file and into compact
-// and non-compact IDX files: each walks like its dump; the IDX files
+// and non-compact IDX files: each walks like Harbour's dump (a rebuilt tag
+// holds equal keys in record order, as Harbour's does); the IDX files
 // through a cache of three buffers and of a thousand, and again reopened
 // read-only.
 TEST_F(CdxBuild, EveryHarbourTagBuiltAfreshWalksLikeItsDump) {
@@ -47,49 +33,49 @@ TEST_F(CdxBuild, EveryHarbourTagBuiltAfreshWalksLikeItsDump) {
     const std::string fresh = path("fresh.cdx");
     ASSERT_EQ(DBfpCreateIndex(cs(fresh.c_str())), 0);
     ASSERT_EQ(DBfpOpenIndex(&h, cs(fresh.c_str()), 0), 0);
-    for (const TagDef &s : kTagDefs) ASSERT_EQ(DBfpCreateTag(h, cs(s.name), s.mode, cs(s.expr), s.keylen, nullptr), 0) << s.name;
-    for (const TagDef &s : kTagDefs) {
+    for (const cdx::Tag &s : cdx::kTags)
+        ASSERT_EQ(DBfpCreateTag(h, cs(s.name), s.mode(), cs(s.expr), s.keylen, nullptr), 0) << s.name;
+    for (const cdx::Tag &s : cdx::kTags) {
+        const std::vector<KeyLine> want = cdx::expected(s);
         int tag = -1;
         ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(s.name)), 0);
         ASSERT_EQ(DBfpBuildIndex(t, tag), 0) << s.name;
-        EXPECT_TRUE(idx::same(cdx::walk(tag), want(s))) << s.name;
+        EXPECT_TRUE(idx::same(cdx::walk(tag), want)) << s.name;
         // DBfpMakeKey of a record gives the key the build stored for it.
-        const KeyLine some = want(s)[7];
-        ASSERT_GE(DBGetRecord(t, some.rec), 0);
+        ASSERT_GE(DBGetRecord(t, want[7].rec), 0);
         char key[256];
         ASSERT_EQ(DBfpMakeKey(t, tag, key), 0);
-        EXPECT_EQ(std::string(key, static_cast<size_t>(s.keylen)), some.key) << s.name;
-        cdx::expectSound(tag, want(s).size(), s.name);
+        EXPECT_EQ(std::string(key, static_cast<size_t>(s.keylen)), want[7].key) << s.name;
+        cdx::expectSound(tag, want.size(), s.name);
         ASSERT_EQ(DBfpCloseTag(tag), 0);
     }
     cdx::expectSound(h, 6, "directory");
     ASSERT_EQ(DBfpCloseIndex(h), 0);
     for (int compact : {0x400, 0}) {
-        for (const TagDef &s : kTagDefs) {
+        for (const cdx::Tag &s : cdx::kTags) {
+            const std::vector<KeyLine> want = cdx::expected(s);
             const std::string f = path(std::string(s.name) + (compact ? ".cidx" : ".idx"));
             SCOPED_TRACE(f);
-            ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), s.mode | compact, cs(s.expr), s.keylen, nullptr), 0);
-            ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
-            DBfbSetDefaultKeyType(h, s.mode & 0x7F);
+            h = cdx::newIdx(f, s.mode() | compact, s.keylen, s.expr);
             EXPECT_EQ(DBfbCompressedIndex(), compact ? 1 : 0);
             ASSERT_EQ(DBfbBuildIndex(t, h), 0);
             for (short size : {3, 1000}) {
                 short got = size;
                 ASSERT_EQ(DBfbGetSetCacheSize(h, &got, 0), 0);
                 ASSERT_EQ(got, size);
-                EXPECT_TRUE(idx::same(cdx::walk(h), want(s))) << size << " buffers";
+                EXPECT_TRUE(idx::same(cdx::walk(h), want)) << size << " buffers";
             }
-            cdx::expectSound(h, want(s).size(), f);
+            cdx::expectSound(h, want.size(), f);
             ASSERT_EQ(DBfbCloseIndex(h), 0);
             // What a reader of the format sees in the header.
             const std::vector<uint8_t> b = xbt::readFile(f);
-            EXPECT_EQ(b[14], (compact ? 0x20 : 0) | ((s.mode & 0x80) ? 1 : 0));
+            EXPECT_EQ(b[14], (compact ? 0x20 : 0) | (s.unique ? 1 : 0));
             EXPECT_EQ(cdx::le16(b, 12), s.keylen);
             if (!compact) EXPECT_EQ(cdx::le32(b, 8), b.size()) << "end of file recorded";
             EXPECT_EQ(b.size() % 512, 0u);
             ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), DBO_READONLY), 0);
-            DBfbSetDefaultKeyType(h, s.mode & 0x7F);
-            EXPECT_TRUE(idx::same(cdx::walk(h, false), want(s))) << "reopened";
+            DBfbSetDefaultKeyType(h, s.type);
+            EXPECT_TRUE(idx::same(cdx::walk(h, false), want)) << "reopened";
             ASSERT_EQ(DBfbCloseIndex(h), 0);
         }
     }
@@ -106,26 +92,22 @@ TEST_F(CdxBuild, HarbourFileChangedLikeRecordsChangeStillMatchesTheModel) {
     std::map<std::string, std::vector<KeyLine>> after;
     for (const cdx::Tag &tg : cdx::kTags) {
         if (std::string(tg.name) == "byqty") continue;  // left alone, checked below
-        int tag = -1;
-        ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(tg.name)), 0);
-        ASSERT_EQ(DBfpSetDefaultKeyType(tag, tg.type), 0);
-        const int k = cdx::keylen(tag);
+        const int tag = cdx::openTag(h, tg.name, tg.type), k = cdx::keylen(tag);
         // Equal keys run by record number, as Harbour keeps them.
-        idx::Model model(std::string(tg.name) == "ucity", true);
+        idx::Model model(tg.unique, true);
         for (const KeyLine &l : cdx::expected(tg)) ASSERT_TRUE(model.add(l.key, l.rec));
         auto del = [&](char *key, int32_t rec) { return DBfpDeleteKey(tag, key, rec); };
         auto add = [&](char *key, int32_t rec) { return DBfpAddKey(tag, key, rec); };
-        auto newKey = [&](const KeyLine &old) {
-            std::string key = old.key;
+        // A record's new key: a character changed, or another amount or day.
+        auto newKey = [&](KeyLine e) {
             char b[9];
             if (tg.type == 'C') {
-                key[rng.below(static_cast<uint32_t>(k))] = static_cast<char>('A' + rng.below(6));
-            } else {
-                DBfpDoubleToKey(b, tg.type == 'N' ? (static_cast<int>(rng.below(2000000)) - 1000000) / 100.0
-                                                  : 2440000.0 + rng.below(30000));
-                key.assign(b, 8);
+                e.key[rng.below(static_cast<uint32_t>(k))] = static_cast<char>('A' + rng.below(6));
+                return e.key;
             }
-            return key;
+            DBfpDoubleToKey(b, tg.type == 'N' ? (static_cast<int>(rng.below(2000000)) - 1000000) / 100.0
+                                              : 2440000.0 + rng.below(30000));
+            return std::string(b, 8);
         };
         for (int part = 0; part < 6; part++) {
             idx::rekey(model, rng, 50, del, add, newKey);
@@ -151,8 +133,7 @@ TEST_F(CdxBuild, HarbourFileChangedLikeRecordsChangeStillMatchesTheModel) {
     for (const cdx::Tag &tg : cdx::kTags) {
         const std::string name = tg.name;
         if (name == "bycity") continue;
-        ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(tg.name)), 0) << name;
-        ASSERT_EQ(DBfpSetDefaultKeyType(tag, tg.type), 0);
+        tag = cdx::openTag(h, name, tg.type);
         EXPECT_TRUE(idx::same(cdx::walk(tag), name == "byqty" ? cdx::expected(tg) : after[name])) << name + " reopened";
         cdx::expectSound(tag, name == "byqty" ? 300 : after[name].size(), name, 0);
     }
@@ -166,9 +147,7 @@ TEST_F(CdxBuild, HarbourFileChangedLikeRecordsChangeStillMatchesTheModel) {
 TEST_F(CdxBuild, WriteKeysTakesItemsInAnyOrderAndUniqueKeepsTheFirstRecord) {
     for (int unique : {0, 0x80}) {
         const std::string f = path(unique ? "wu.idx" : "w.idx");
-        ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400 | unique, cs("NAME"), 6, nullptr), 0);
-        int h = -1;
-        ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
+        const int h = cdx::newIdx(f, 'C' | 0x400 | unique, 6);
         // Items: a key of 6 bytes, then its record big-endian.
         std::vector<char> items;
         std::map<std::pair<std::string, int32_t>, int> all;
@@ -187,7 +166,6 @@ TEST_F(CdxBuild, WriteKeysTakesItemsInAnyOrderAndUniqueKeepsTheFirstRecord) {
         std::vector<KeyLine> w;
         if (unique) for (const auto &e : low) w.push_back({e.second, e.first});
         else for (const auto &e : all) w.push_back({e.first.second, e.first.first});
-        ASSERT_EQ(DBfpSetDefaultKeyType(h, 'C'), 0);
         ASSERT_EQ(DBfpWriteKeys(h, items.data(), static_cast<int32_t>(items.size() / 10)), 0);
         EXPECT_TRUE(idx::same(cdx::walk(h), w)) << f;
         cdx::expectSound(h, w.size(), f);

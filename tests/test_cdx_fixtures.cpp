@@ -12,8 +12,9 @@
 extern int g_logging;
 
 namespace {
-extern std::string g_debug;
-}
+// What the host's diagnostic hook below was given.
+std::string g_debug;
+}  // namespace
 
 // The host's diagnostic hook, as a program that wants the dumps supplies it.
 extern "C" int vorn_debugf(const char *fmt, ...) {
@@ -31,89 +32,67 @@ using cdx::KeyLine;
 
 namespace {
 
-class CdxFixture : public xbt::LibTest {
+class CdxFixture : public cdx::Suite {
 protected:
     void SetUp() override {
-        xbt::LibTest::SetUp();
-        DBSetDefaultDateStyle(4);
+        cdx::Suite::SetUp();
         file = fixture("hbcdx.cdx");
         ASSERT_EQ(DBfpOpenIndex(&h, cs(file.c_str()), 0), 0);
     }
-    int openTag(const cdx::Tag &t, bool lower = false) {
-        int tag = -1;
-        const std::string name = lower ? std::string(t.name) : cdx::upper(t.name);
-        EXPECT_EQ(DBfpOpenNamedTag(&tag, h, cs(name.c_str())), 0) << t.name;
-        EXPECT_EQ(DBfpSetDefaultKeyType(tag, t.type), 0);
-        return tag;
-    }
+    int openTag(const cdx::Tag &t) { return cdx::openTag(h, t.name, t.type); }
     std::string file;
     int h = -1;
 };
 
-TEST_F(CdxFixture, WalksEveryTagBothWaysOpenedByNameAndByNumber) {
-    std::map<std::string, const cdx::Tag *> byExpr;  // expression, "u" when unique: the tag
+// Every tag opened by number, in order of creation: six different tags
+// (known by their expressions), each walking like its dump both ways; a tag
+// open already is not opened again, by number or by name in any case.
+TEST_F(CdxFixture, WalksEveryTagBothWaysOpenedByNumber) {
+    std::map<std::string, const cdx::Tag *> byExpr;  // a dump's expression, "u" when unique: its tag
     for (const cdx::Tag &t : cdx::kTags) {
-        const int tag = openTag(t, true);
-        const std::vector<KeyLine> want = cdx::expected(t);
-        EXPECT_TRUE(idx::same(cdx::walk(tag, true), want)) << std::string(t.name) + " forward";
-        EXPECT_TRUE(idx::same(cdx::walk(tag, false), want)) << std::string(t.name) + " backward";
-        cdx::expectSound(tag, want.size(), t.name, 0);
-        char expr[256];
         const idx::KeyDump d = idx::readDump(std::string("hbcdx_") + t.name + ".keys.txt");
-        ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
-        EXPECT_EQ(std::string(expr), d.expr);
         byExpr[d.expr + (d.unique ? "u" : "")] = &t;
-        ASSERT_EQ(DBfpCloseTag(tag), 0);
     }
-    // By number, in order of creation: six different tags, each as its dump;
-    // a tag open already is not opened again.
     std::set<const cdx::Tag *> seen;
     for (int n = 1; n <= 6; n++) {
         int tag = -1, again = 12345;
         ASSERT_EQ(DBfpOpenTag(&tag, h, n), 0) << n;
         EXPECT_EQ(tag >> 16, n);
+        char expr[256];
+        ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
         DBFBINDEXINFO info;
         ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
-        const cdx::Tag *t = byExpr[std::string(info.expr) + ((info.ftype & 1) ? "u" : "")];
-        ASSERT_TRUE(t && seen.insert(t).second) << info.expr;
+        const cdx::Tag *t = byExpr[std::string(expr) + ((info.ftype & 1) ? "u" : "")];
+        ASSERT_TRUE(t && seen.insert(t).second) << expr;
         ASSERT_EQ(DBfpSetDefaultKeyType(tag, t->type), 0);
-        EXPECT_TRUE(idx::same(cdx::walk(tag), cdx::expected(*t))) << std::string(t->name) + " by number";
+        const std::vector<KeyLine> want = cdx::expected(*t);
+        EXPECT_TRUE(idx::same(cdx::walk(tag, true), want)) << t->name << " forward";
+        EXPECT_TRUE(idx::same(cdx::walk(tag, false), want)) << t->name << " backward";
+        cdx::expectSound(tag, want.size(), t->name, 0);
         EXPECT_EQ(DBfpOpenTag(&again, h, n), 0);
         EXPECT_EQ(again, 12345);
+        EXPECT_EQ(DBfpOpenNamedTag(&again, h, cs(t->name)), DBE_TAGINUSE);
     }
     int tag = -1;
     EXPECT_EQ(DBfpOpenTag(&tag, h, 7), DBE_TAGCOUNT);
     EXPECT_EQ(DBfpCloseIndex(h), 0);
 }
 
-// What each mode answers for an entry of the list: the search key is
-// present from index first to end - 1 (first == end: absent, first is then
-// the first greater entry). Returns the status and the index reached.
-std::pair<int, size_t> modeAnswer(int mode, size_t first, size_t end, size_t n) {
-    const bool found = first < end, past = first >= n;
-    const size_t last = n - 1;
-    switch (mode) {
-    case 1: case 13:
-        if (found) return {0, first};
-        if (past) return {mode == 1 ? DBW_KEYNOTFOUND : DBW_NOMOREKEYS, last};
-        return {DBW_KEYNOTFOUND, first};
-    case 3:
-        return {DBW_KEYNOTFOUND, end < n ? end : last};
-    case 11:
-        if (found) return first > 0 ? std::make_pair(0, first - 1) : std::make_pair(DBW_NOMOREKEYS, first);
-        if (past) return {DBW_NOMOREKEYS, last};
-        return {0, first};
-    case 12:
-        if (past) return {DBW_NOMOREKEYS, last};
-        return {0, first};
-    case 14:
-        if (found) return {0, first};
-        if (past) return {0, last};
-        return first + 1 < n ? std::make_pair(0, first + 1) : std::make_pair(DBW_NOMOREKEYS, first);
-    case 15:
-        return end < n ? std::make_pair(DBW_KEYNOTFOUND, end) : std::make_pair(0, last);
-    }
-    return {-1, 0};
+// What each mode answers for a key whose equal entries are [lo, hi) of the
+// n in index order (lo == hi: absent, lo the first greater entry, or n
+// when the key is past every one and the position stays on the last).
+std::vector<idx::ModeAnswer> modeAnswers(size_t lo, size_t hi, size_t n) {
+    const bool found = hi > lo, past = lo == n;
+    const size_t at = past ? n - 1 : lo, after = hi < n ? hi : n - 1;
+    return {{1, found ? 0 : DBW_KEYNOTFOUND, at},
+            {3, DBW_KEYNOTFOUND, after},
+            // 11: the entry before the one found, else the greater entry.
+            {11, found ? (lo > 0 ? 0 : DBW_NOMOREKEYS) : past ? DBW_NOMOREKEYS : 0, found && lo > 0 ? lo - 1 : at},
+            {12, past ? DBW_NOMOREKEYS : 0, at},
+            {13, found ? 0 : past ? DBW_NOMOREKEYS : DBW_KEYNOTFOUND, at},
+            // 14: the entry found, else the one after the greater entry.
+            {14, found || past || lo + 1 < n ? 0 : DBW_NOMOREKEYS, found || past || lo + 1 == n ? at : lo + 1},
+            {15, hi < n ? DBW_KEYNOTFOUND : 0, after}};
 }
 
 // Each entry by key and record; each key, and a key just above it (last
@@ -123,36 +102,32 @@ TEST_F(CdxFixture, SearchesEveryModeForEveryKeyAndPercentages) {
     for (const cdx::Tag &t : cdx::kTags) {
         SCOPED_TRACE(t.name);
         const int tag = openTag(t);
-        int p = -1, prev = -1;
+        int p = -1;
         ASSERT_EQ(DBfpGetKeyPercent(tag, &p), DBW_KEYNOTFOUND) << "no current key yet";
         const size_t k = static_cast<size_t>(cdx::keylen(tag));
         const std::vector<KeyLine> want = cdx::expected(t);
         const size_t n = want.size();
+        idx::expectFound(cdx::kFam, tag, want, k, 1);
         for (size_t i = 0; i < n; i++) {
-            const idx::Hit both = idx::search(DBfpKeySearch, tag, want[i].key, 2, k, want[i].rec);
-            ASSERT_EQ(both.rc, 0) << i;
-            EXPECT_EQ(both.rec, want[i].rec) << i;
-            EXPECT_EQ(both.key, want[i].key) << i;
-            for (int variant = 0; variant < 2; variant++) {
+            for (bool above : {false, true}) {
                 std::string key = want[i].key;
-                if (variant == 1 && static_cast<uint8_t>(key.back()) >= 0xFE) continue;
-                if (variant == 1) key.back() = static_cast<char>(key.back() + 1);
-                size_t first = 0;
-                while (first < n && want[first].key < key) first++;
-                size_t end = first;
-                while (end < n && want[end].key == key) end++;
-                for (int mode : {1, 3, 11, 12, 13, 14, 15}) {
-                    const auto [rc, at] = modeAnswer(mode, first, end, n);
-                    const idx::Hit got = idx::search(DBfpKeySearch, tag, key, mode, k);
-                    const std::string what = "mode " + std::to_string(mode) + " entry " + std::to_string(i) +
-                                             (variant ? " and above" : "");
-                    ASSERT_EQ(got.rc, rc) << what;
-                    EXPECT_EQ(got.rec, want[at].rec) << what;
-                    EXPECT_EQ(got.key, want[at].key) << what;
+                if (above && static_cast<uint8_t>(key.back()) >= 0xFE) continue;
+                if (above) key.back() = static_cast<char>(key.back() + 1);
+                size_t lo = 0;
+                while (lo < n && want[lo].key < key) lo++;
+                size_t hi = lo;
+                while (hi < n && want[hi].key == key) hi++;
+                for (const idx::ModeAnswer &m : modeAnswers(lo, hi, n)) {
+                    const idx::Hit got = idx::search(DBfpKeySearch, tag, key, m.mode, k);
+                    const std::string what = "mode " + std::to_string(m.mode) + " entry " + std::to_string(i) +
+                                             (above ? " and above" : "");
+                    ASSERT_EQ(got.rc, m.rc) << what;
+                    EXPECT_EQ(got.rec, want[m.at].rec) << what;
+                    EXPECT_EQ(got.key, want[m.at].key) << what;
                     char buf[256];
                     int32_t cur = 0;
                     ASSERT_EQ(DBfpGetCurrentKey(tag, buf, &cur), 0);
-                    EXPECT_EQ(cur, want[at].rec) << what;
+                    EXPECT_EQ(cur, want[m.at].rec) << what;
                 }
             }
             if (t.type != 'C' || i % 5 != 0) continue;
@@ -173,29 +148,23 @@ TEST_F(CdxFixture, SearchesEveryModeForEveryKeyAndPercentages) {
         // percentage reads back close to it.
         char key[256];
         int32_t rec = 0;
-        int rc = DBfpGoFirstKey(tag, key, &rec);
-        for (size_t i = 0; rc == 0; i++) {
+        for (int i = 0, prev = 0; i < static_cast<int>(n); i++, prev = p) {
+            ASSERT_EQ((i ? DBfpGoNextKey : DBfpGoFirstKey)(tag, key, &rec), 0);
             ASSERT_EQ(DBfpGetKeyPercent(tag, &p), 0);
-            if (i == 0) EXPECT_EQ(p, 0);
-            if (i + 1 == want.size()) EXPECT_EQ(p, 100);
-            EXPECT_GE(p, prev) << "entry " << i;
-            prev = p;
-            rc = DBfpGoNextKey(tag, key, &rec);
+            EXPECT_TRUE(i == 0 ? p == 0 : i + 1 == static_cast<int>(n) ? p == 100 : p >= prev) << i << ": " << p;
         }
-        ASSERT_EQ(rc, DBW_NOMOREKEYS);
+        ASSERT_EQ(DBfpGoNextKey(tag, key, &rec), DBW_NOMOREKEYS);
         size_t last = 0;
         for (int q = 0; q <= 100; q += 5) {
             ASSERT_EQ(DBfpGetKeyAtPercent(tag, q, key, &rec), 0);
             size_t at = 0;
-            while (at < want.size() && want[at].rec != rec) at++;
-            ASSERT_LT(at, want.size());
+            while (at < n && want[at].rec != rec) at++;
+            ASSERT_LT(at, n);
             EXPECT_GE(at, last) << "percent " << q;
             last = at;
-            // Read back, the percentage is close to the one asked for.
             ASSERT_EQ(DBfpGetKeyPercent(tag, &p), 0);
             EXPECT_NEAR(p, q, 12);
-            if (q == 0) EXPECT_EQ(rec, want.front().rec);
-            if (q == 100) EXPECT_EQ(rec, want.back().rec);
+            if (q % 100 == 0) EXPECT_EQ(rec, q ? want.back().rec : want.front().rec);
         }
         ASSERT_EQ(DBfpCloseTag(tag), 0);
     }
@@ -208,15 +177,7 @@ TEST_F(CdxFixture, LeafRoutinesDecodeEveryLeafAndAccountForItsBytes) {
     const std::vector<uint8_t> f = xbt::readFile(file);
     // The directory: tag names and header offsets.
     std::map<std::string, uint32_t> headers;
-    {
-        char key[64];
-        int32_t rec = 0;
-        for (int rc = DBfpGoFirstKey(h, key, &rec); rc == 0; rc = DBfpGoNextKey(h, key, &rec)) {
-            std::string name(key);
-            while (!name.empty() && name.back() == ' ') name.pop_back();
-            headers[name] = static_cast<uint32_t>(rec);
-        }
-    }
+    for (const KeyLine &l : cdx::walk(h)) headers[l.key.substr(0, l.key.find(' '))] = static_cast<uint32_t>(l.rec);
     ASSERT_EQ(headers.size(), 6u);
     for (const cdx::Tag &t : cdx::kTags) {
         const int tag = openTag(t);
@@ -327,8 +288,6 @@ TEST(CdxKeys, NumbersAndDatesInKeyForm) {
 
 // The leaf dump prints through the host's vorn_debugf; so does the lock
 // trace while g_logging is on.
-std::string g_debug;
-
 TEST_F(CdxFixture, LeafDumpAndLockTracePrintThroughTheHostHook) {
     int tag = openTag(cdx::kTags[0]);
     const std::vector<uint8_t> f = xbt::readFile(file);

@@ -1,10 +1,8 @@
 // Trees under change: long random runs of adds and deletes against an
-// in-memory model, with the whole tag checked every so often (order, leaf
-// packing and free space, separators, sibling links, free list), in compact
-// and non-compact files, one tag and several tags in one file, with closes
-// and reopens, exclusive and shared write-through opens; record numbers
-// that make leaves widen their record field; freed pages reused before the
-// file grows.
+// in-memory model, the whole tag checked every so often, in compact and
+// non-compact files, one tag and several in one file, reopened, exclusive
+// and shared write-through; record numbers that widen a leaf's record
+// field; freed pages reused before the file grows; long runs of equal keys.
 #include "cdx_util.h"
 
 using cdx::cs;
@@ -12,23 +10,21 @@ using cdx::KeyLine;
 
 namespace {
 
-// One tag under change and the entries it must hold: CDX keeps equal keys
-// in record order.
+// One tag under change (key type and length, unique) and the entries it
+// must hold: CDX keeps equal keys in record order.
 struct TagRun {
+    char type;
+    int k;
+    bool unique;
     int tag = -1;
-    char type = 'C';
-    int k = 12;
-    idx::Model m{false, true};
+    idx::Model m{unique, true};
+    int mode() const { return type | (unique ? 0x80 : 0); }
 };
 
 std::string genKey(idx::Rng &r, const TagRun &run) {
-    char b[64];
-    if (run.type == 'N') {
-        DBfpDoubleToKey(b, (static_cast<int>(r.below(400)) - 200) / 4.0);
-        return std::string(b, 8);
-    }
-    if (run.type == 'D') {
-        DBfpDoubleToKey(b, 2440000.0 + r.below(300));
+    char b[9];
+    if (run.type != 'C') {
+        DBfpDoubleToKey(b, run.type == 'N' ? (static_cast<int>(r.below(400)) - 200) / 4.0 : 2440000.0 + r.below(300));
         return std::string(b, 8);
     }
     // Few distinct keys, shared prefixes, trailing blanks of every length.
@@ -75,12 +71,8 @@ void step(TagRun &run, idx::Rng &r, int phase, int i) {
     run.m.del(e.key, e.rec);
 }
 
-class CdxTree : public xbt::LibTest {
+class CdxTree : public cdx::Suite {
 protected:
-    void SetUp() override {
-        xbt::LibTest::SetUp();
-        DBSetDefaultDateStyle(4);
-    }
     void openTags(const std::string &f, bool compound, int mode, std::vector<TagRun> &runs, int *h) {
         ASSERT_EQ(DBfpOpenIndex(h, cs(f.c_str()), mode), 0);
         for (size_t i = 0; i < runs.size(); i++) {
@@ -114,8 +106,7 @@ protected:
 // Each file: its tags (type, key length, unique), the open mode, and how
 // long to change it, how often to check it and to close and reopen it.
 TEST_F(CdxTree, RandomChangesMatchTheModel) {
-    struct TagSpec { char type; int k; bool unique; };
-    const struct { const char *file; int compact, mode, ops, every, reopen; std::vector<TagSpec> tags; } files[] = {
+    const struct { const char *file; int compact, mode, ops, every, reopen; std::vector<TagRun> tags; } files[] = {
         {"t.cdx", 1, 0, 24000, 2000, 6000, {{'C', 12, false}, {'N', 8, true}, {'D', 8, false}}},
         {"n.idx", 1, 0, 6000, 1000, 0, {{'C', 120, false}}},  // long keys
         {"c.idx", 0, 0, 12000, 2000, 5000, {{'C', 12, false}}},
@@ -125,17 +116,15 @@ TEST_F(CdxTree, RandomChangesMatchTheModel) {
         SCOPED_TRACE(f.file);
         const std::string p = path(f.file);
         const bool compound = p.back() == 'x';
-        std::vector<TagRun> runs(f.tags.size());
-        for (size_t i = 0; i < runs.size(); i++) {
-            const TagSpec &t = f.tags[i];
-            runs[i].type = t.type, runs[i].k = t.k, runs[i].m = idx::Model(t.unique, true);
-            const int mode = t.type | (t.unique ? 0x80 : 0);
-            if (!compound) ASSERT_EQ(DBfbCreateIndex(cs(p.c_str()), mode | (f.compact ? 0x400 : 0), cs("NAME"), t.k, nullptr), 0);
-            if (!compound) continue;
+        std::vector<TagRun> runs = f.tags;
+        const int mode = runs[0].mode() | (f.compact ? 0x400 : 0);
+        if (!compound) ASSERT_EQ(DBfbCreateIndex(cs(p.c_str()), mode, cs("NAME"), runs[0].k, nullptr), 0);
+        else ASSERT_EQ(DBfpCreateIndex(cs(p.c_str())), 0);
+        for (size_t i = 0; compound && i < runs.size(); i++) {
             int h = -1;
-            if (i == 0) ASSERT_EQ(DBfpCreateIndex(cs(p.c_str())), 0);
+            const std::string name = "t" + std::to_string(i);
             ASSERT_EQ(DBfpOpenIndex(&h, cs(p.c_str()), 0), 0);
-            ASSERT_EQ(DBfpCreateTag(h, cs(("t" + std::to_string(i)).c_str()), mode, cs("NAME"), t.k, nullptr), 0);
+            ASSERT_EQ(DBfpCreateTag(h, cs(name.c_str()), runs[i].mode(), cs("NAME"), runs[i].k, nullptr), 0);
             ASSERT_EQ(DBfpCloseIndex(h), 0);
         }
         churn(p, compound, f.mode, runs, f.ops, f.every, f.reopen, seed++);
@@ -146,10 +135,7 @@ TEST_F(CdxTree, RandomChangesMatchTheModel) {
 // key leaves an empty root leaf.
 TEST_F(CdxTree, FreedPagesAreReusedBeforeTheFileGrows) {
     const std::string f = path("r.idx");
-    ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400, cs("NAME"), 16, nullptr), 0);
-    int h = -1;
-    ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
-    ASSERT_EQ(DBfpSetDefaultKeyType(h, 'C'), 0);
+    const int h = cdx::newIdx(f, 'C' | 0x400, 16);
     auto key = [](char c, int v) {
         char b[16];
         std::snprintf(b, sizeof b, "%c%08d", c, v);
@@ -185,10 +171,7 @@ TEST_F(CdxTree, FreedPagesAreReusedBeforeTheFileGrows) {
 // rest as full duplicates, and record numbers keep them in order.
 TEST_F(CdxTree, LongRunsOfEqualKeys) {
     const std::string f = path("e.idx");
-    ASSERT_EQ(DBfbCreateIndex(cs(f.c_str()), 'C' | 0x400, cs("NAME"), 10, nullptr), 0);
-    int h = -1;
-    ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0);
-    ASSERT_EQ(DBfpSetDefaultKeyType(h, 'C'), 0);
+    const int h = cdx::newIdx(f, 'C' | 0x400, 10);
     std::vector<KeyLine> want;
     for (int32_t r = 2000; r >= 1; r--) ASSERT_EQ(DBfpAddKey(h, cs("SAME"), r), 0);
     for (int32_t r = 1; r <= 2000; r++) want.push_back({r, "SAME      "});

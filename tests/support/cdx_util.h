@@ -1,5 +1,6 @@
 // cdx_util.h - what the CDX and IDX suites share: the Harbour fixture's tags
-// and how their dumps show keys, walks, and raw reads of pages.
+// and how their dumps show keys, new files and tags over NAME, walks, checks,
+// and raw reads of pages.
 #pragma once
 
 #include "index_util.h"
@@ -13,13 +14,18 @@ namespace cdx {
 using idx::cs;
 using idx::KeyLine;
 
-// The six tags of hbcdx.cdx and how their dumps show a key.
+// The six tags of hbcdx.cdx as Harbour made them.
 struct Tag {
     const char *name;   // dump file part and tag name (upper case in the file)
     char type;          // 'C', 'N', 'D'
+    const char *expr;
+    int keylen;
+    bool unique;
+    int mode() const { return type | (unique ? 0x80 : 0); }
 };
-inline const Tag kTags[] = {{"byname", 'C'}, {"byamount", 'N'}, {"byhired", 'D'},
-                            {"bycity", 'C'}, {"ucity", 'C'},   {"byqty", 'C'}};
+inline const Tag kTags[] = {{"byname", 'C', "NAME", 20, false},       {"byamount", 'N', "AMOUNT", 8, false},
+                            {"byhired", 'D', "HIRED", 8, false},      {"bycity", 'C', "UPPER(CITY)+NAME", 35, false},
+                            {"ucity", 'C', "CITY", 15, true},         {"byqty", 'C', "STR(QTY,5)+NAME", 25, false}};
 
 inline std::string upper(std::string s) {
     for (char &c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -47,6 +53,50 @@ inline std::vector<KeyLine> expected(const Tag &t) {
     return v;
 }
 
+// The dumps show dates as yyyymmdd: every suite keys them in style 4.
+class Suite : public xbt::LibTest {
+protected:
+    void SetUp() override {
+        xbt::LibTest::SetUp();
+        DBSetDefaultDateStyle(4);
+    }
+};
+
+// A tag of an open compound file, opened by name, its key type named.
+inline int openTag(int h, const std::string &name, int type) {
+    int tag = -1;
+    EXPECT_EQ(DBfpOpenNamedTag(&tag, h, cs(name.c_str())), 0) << name;
+    EXPECT_EQ(DBfpSetDefaultKeyType(tag, type), 0) << name;
+    return tag;
+}
+// A new compound file with one tag over NAME (mode: key type | 0x80
+// unique), open in *h: the tag.
+inline int newTag(const std::string &f, const char *name, int mode, int k, int *h) {
+    EXPECT_EQ(DBfpCreateIndex(cs(f.c_str())), 0) << f;
+    EXPECT_EQ(DBfpOpenIndex(h, cs(f.c_str()), 0), 0) << f;
+    EXPECT_EQ(DBfpCreateTag(*h, cs(name), mode, cs("NAME"), k, nullptr), 0) << f;
+    return openTag(*h, name, mode & 0x7F);
+}
+// A new IDX file (mode: key type | 0x80 unique | 0x400 compact), opened,
+// its key type named: the handle.
+inline int newIdx(const std::string &f, int mode, int k, const char *expr = "NAME", const char *forExpr = nullptr) {
+    int h = -1;
+    EXPECT_EQ(DBfbCreateIndex(cs(f.c_str()), mode, cs(expr), k, cs(forExpr)), 0) << f;
+    EXPECT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), 0), 0) << f;
+    EXPECT_EQ(DBfbSetDefaultKeyType(h, mode & 0x7F), 0) << f;
+    return h;
+}
+
+// The moves and searches of a tag or an IDX file (the DBfp calls take
+// both), and the DBfb calls of IDX files, for index_util's walks and
+// searches.
+inline const idx::Fam kFam = {.name = "CDX", .ext = ".cdx", .page = 512, .add = DBfpAddKey, .del = DBfpDeleteKey,
+    .search = DBfpKeySearch, .first = DBfpGoFirstKey, .last = DBfpGoLastKey, .next = DBfpGoNextKey,
+    .prev = DBfpGoPreviousKey, .current = DBfpGetCurrentKey, .check = DBfpCheckTag};
+inline const idx::Fam kIdx = {.name = "IDX", .ext = ".idx", .page = 512, .add = DBfbAddKey, .del = DBfbDeleteKey,
+    .search = DBfbKeySearch, .first = DBfbGoFirstKey, .last = DBfbGoLastKey, .next = DBfbGoNextKey,
+    .prev = DBfbGoPreviousKey, .current = DBfbGetCurrentKey, .check = DBfbCheckIndex};
+
 inline int keylen(int tag) {
     DBFBINDEXINFO info;
     EXPECT_EQ(DBfbGetIndexInfo(tag, &info), 0);
@@ -54,9 +104,7 @@ inline int keylen(int tag) {
 }
 
 // Every entry, first to last (forward) or last to first, in index order.
-inline std::vector<KeyLine> walk(int tag, bool forward = true) {
-    return idx::walk(DBfpGoFirstKey, DBfpGoNextKey, DBfpGoLastKey, DBfpGoPreviousKey, tag, keylen(tag), forward);
-}
+inline std::vector<KeyLine> walk(int tag, bool forward = true) { return idx::walk(kFam, tag, keylen(tag), forward); }
 
 inline void expectSound(int tag, size_t keys, const std::string &what, int strict = 1) {
     DBINDEXCHECK chk;
