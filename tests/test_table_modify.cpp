@@ -48,7 +48,9 @@ bool hasMemo(const std::vector<DBFIELD> &f) {
 }
 
 // Record i's memo in field j: 90 * i letters, none in record 5.
-std::string memoText(int i, int j) { return i == 5 ? "" : std::string(90 * i, static_cast<char>('a' + (i + 7 * j) % 26)); }
+std::string memoText(int i, int j) {
+    return i == 5 ? "" : std::string(90 * i, static_cast<char>('a' + (i + 7 * j) % 26));
+}
 
 class Modify : public xbt::LibTest {
 protected:
@@ -213,9 +215,10 @@ TEST_F(Modify, EveryConversion) {
 // records point to, deleted records included (PeerFiles has python3-dbfread
 // read a changed memo file).
 TEST_F(Modify, MemoKinds) {
-    const std::vector<DBFIELD> before = {fld("NAME", 'C', 10), fld("NOTES", 'M'), fld("TITLE", 'C', 20), fld("SUMMARY", 'M')},
-                               after = {fld("NAME", 'C', 10), fld("NOTES", 'M'), fld("TITLE", 'M'), fld("SUMMARY", 'C', 12)};
-    for (const Scenario &sc : {Scenario{"DBT III", 1, "t.dbt", before, after}, Scenario{"FPT", 4, "t.fpt", before, after}}) {
+    const std::vector<DBFIELD> before = {fld("NOTES", 'M'), fld("TITLE", 'C', 20), fld("SUMMARY", 'M')},
+                               after = {fld("NOTES", 'M'), fld("TITLE", 'M'), fld("SUMMARY", 'C', 12)};
+    const Scenario kinds[] = {{"DBT III", 1, "t.dbt", before, after}, {"FPT", 4, "t.fpt", before, after}};
+    for (const Scenario &sc : kinds) {
         SCOPED_TRACE(sc.label);
         build(sc, 8);
         const Files old = all();
@@ -228,12 +231,12 @@ TEST_F(Modify, MemoKinds) {
             EXPECT_EQ(DBGetRecord(h, i), i == 4 ? DBW_DELETED : 0);
             int32_t nb = 0, tb = 0;
             char sum[20];
-            DBGetFieldData(h, 1, &nb);
-            DBGetFieldData(h, 2, &tb);
-            ASSERT_EQ(DBGetStrField(h, 3, sum), i == 5 ? DBW_FIELDEMPTY : 0);
-            EXPECT_EQ(nb == 0 ? std::string() : m.get(nb), memoText(i, 1));
+            DBGetFieldData(h, 0, &nb);
+            DBGetFieldData(h, 1, &tb);
+            ASSERT_EQ(DBGetStrField(h, 2, sum), i == 5 ? DBW_FIELDEMPTY : 0);
+            EXPECT_EQ(nb == 0 ? std::string() : m.get(nb), memoText(i, 0));
             EXPECT_EQ(m.get(tb), "row " + std::to_string(i));
-            EXPECT_EQ(tablea::trim(sum), memoText(i, 3).substr(0, 12));
+            EXPECT_EQ(tablea::trim(sum), memoText(i, 2).substr(0, 12));
         }
         EXPECT_LT(xbt::fileSize(memo(sc).file), static_cast<long>(old.at(sc.memo).size()));
         EXPECT_EQ(xbt::readFile(path("t.TBK")), old.at(sc.memo));

@@ -129,7 +129,8 @@ TEST_F(PackTest, FailuresAndTheWorkFile) {
     const std::vector<uint8_t> bytes = xbt::readFile(p);
     auto asBefore = [&](const std::string &what) {
         DBFILEINFO fi{};
-        EXPECT_TRUE(DBGetFileInfo(h, &fi) == 0 && fi.flags.isshareable && fi.flags.isunbuffered && fi.lockt == 0) << what;
+        ASSERT_EQ(DBGetFileInfo(h, &fi), 0);
+        EXPECT_TRUE(fi.flags.isshareable && fi.flags.isunbuffered && fi.lockt == 0) << what;
         EXPECT_FALSE(xbt::fileExists(path("1.DBF")) || xbt::probeLock(p, 0, 0x7FFFFFFF).blocked) << what;
         EXPECT_EQ(xbt::readFile(path("0.DBF")), notOurs) << what;
     };
