@@ -19,8 +19,8 @@ using Bytes = std::vector<uint8_t>;
 using xbt::Files;
 using xbt::raw;
 
-// A change of t.dbf (style 4 and the packs on a shared handle) from the
-// fields `before` to `after`, or a pack of the table or of its memo file.
+// A change of t.dbf (style 4 and the memo packs on a shared handle) from
+// the fields `before` to `after`, or a pack of the table or of its memo file.
 enum Op { kModify, kPack, kMemoPack };
 struct Scenario {
     const char *label;
@@ -88,7 +88,7 @@ protected:
     // Opens the table and makes the change; -999 when an open fails.
     int change(const Scenario &sc, int *h) {
         std::vector<DBFIELD> f = sc.after;
-        if (tablea::open(h, t(), sc.style | (sc.style == 4 || sc.op != kModify ? DBO_SHARED : 0)) != 0) return -999;
+        if (tablea::open(h, t(), sc.style | (sc.style == 4 || sc.op == kMemoPack ? DBO_SHARED : 0)) != 0) return -999;
         if (sc.op == kModify) return DBModifyFile(h, static_cast<int>(f.size()), f.data());
         if (sc.op == kPack) return DBPackFile(h);
         mt::Memo m = memo(sc);
