@@ -116,9 +116,10 @@ protected:
         EXPECT_TRUE(now == oldPair || isNew) << "neither pair " << when;
         if (intruder) EXPECT_EQ(xbt::readFile(path(numbered)), other) << when;
         for (const std::string &n : names()) {
-            const bool backup = n == "t.BAK" || n == "t.TBK";
-            EXPECT_TRUE(now.count(n) || n == "0.DBF" || n == "0.DBT" || n == "0.FPT" ||
-                        (n == numbered && (stray || intruder)) || (backup && (isNew || copies || !*sc.memo)))
+            const bool backup = sc.op != kMemoPack && (n == "t.BAK" || n == "t.TBK");
+            const bool work = n == "0.DBF" ? sc.op != kMemoPack : (n == "0.DBT" || n == "0.FPT") && sc.op != kPack;
+            EXPECT_TRUE(now.count(n) || work || (n == numbered && (stray || intruder)) ||
+                        (backup && (isNew || copies || !*sc.memo)))
                 << n << " left " << when;
             if (backup && isNew)
                 EXPECT_EQ(xbt::readFile(path(n)), oldFiles.at(n == "t.BAK" ? "t.dbf" : sc.memo)) << when;
