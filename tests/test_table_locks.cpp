@@ -2,13 +2,6 @@
 // switch as another process sees it, lock bits, writes that need locks.
 #include "tablea_util.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-
-
 namespace {
 
 constexpr uint32_t G = 1000000000u;

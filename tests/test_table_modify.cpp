@@ -1,15 +1,13 @@
 // test_table_modify.cpp - DBModifyFile: every conversion between field
 // types, records and deleted marks kept, memo files of each kind rewritten,
-// gained and dropped, python3-dbfread reading the result, and the change
-// killed or failed after each of its steps.
+// gained and dropped, python3-dbfread reading the result; and changes of a
+// table and its memo file (DBModifyFile, DBPackFile, the memo packs)
+// killed or failed after each of their steps.
 #include "memo_util.h"
 #include "seams.h"
 #include "tablea_util.h"
 
-#include <cmath>
 #include <functional>
-#include <map>
-#include <set>
 #include <tuple>
 
 using tablea::cs;
@@ -21,18 +19,112 @@ using Bytes = std::vector<uint8_t>;
 using xbt::Files;
 using xbt::raw;
 
-// The bytes of field `field` of record `rec` (1-based) of a DBF file.
-std::string fieldBytes(const std::string &path, int rec, int field) {
-    const Bytes b = xbt::readFile(path);
-    auto width = [&b](int f) { return b[48 + 32 * f] + (b[43 + 32 * f] == 'C' ? 256 * b[49 + 32 * f] : 0); };
-    size_t at = static_cast<size_t>((b[8] | b[9] << 8) + (rec - 1) * (b[10] | b[11] << 8)) + 1;
-    for (int i = 0; i < field; i++) at += static_cast<size_t>(width(i));
-    return std::string(b.begin() + static_cast<long>(at), b.begin() + static_cast<long>(at) + width(field));
+// A change of t.dbf (style 4 and the memo packs on a shared handle) from
+// the fields `before` to `after`, or a pack of the table or of its memo file.
+enum Op { kModify, kPack, kMemoPack };
+struct Scenario {
+    const char *label;
+    int style;
+    const char *memo;  // the memo file's name, "" for none on either side
+    std::vector<DBFIELD> before, after;
+    Op op = kModify;
+};
+
+const std::vector<DBFIELD> kPlain = {fld("NAME", 'C', 10), fld("QTY", 'N', 4)},
+                           kNotes = {fld("NAME", 'C', 10), fld("NOTES", 'M')};
+const Scenario kScenarios[] = {
+    {"table only", 1, "", kPlain, {fld("QTY", 'N', 6, 1), fld("NAME", 'C', 4)}},
+    {"DBT III kept", 1, "t.dbt", kNotes, {fld("NOTES", 'M'), fld("NAME", 'C', 4)}},
+    {"FPT kept", 4, "t.fpt", kNotes, {fld("NAME", 'M'), fld("NOTES", 'M')}},
+    {"FPT gained", 4, "t.fpt", kPlain, {fld("NAME", 'M'), fld("QTY", 'N', 4)}},
+    {"DBT dropped", 1, "t.dbt", kNotes, {fld("NOTES", 'C', 30)}},
+    {"table pack", 1, "", kPlain, {}, kPack},
+    {"DBT III memo pack", 1, "t.dbt", kNotes, {}, kMemoPack},
+    {"FPT memo pack", 4, "t.fpt", kNotes, {}, kMemoPack},
+};
+
+bool hasMemo(const std::vector<DBFIELD> &f) {
+    return std::any_of(f.begin(), f.end(), [](const DBFIELD &d) { return d.type == 'M'; });
+}
+
+// Record i's memo in field j: 90 * i letters, none in record 5.
+std::string memoText(int i, int j) {
+    return i == 5 ? "" : std::string(90 * i, static_cast<char>('a' + (i + 7 * j) % 26));
 }
 
 class Modify : public xbt::LibTest {
 protected:
     std::string t() const { return path("t.dbf"); }
+    mt::Memo memo(const Scenario &sc) const { return mt::Memo{sc.style == 4, path(sc.memo)}; }
+    static int version(const Scenario &sc) { return sc.style == 4 ? 0 : 3; }
+    // n records of sc.before (the fourth deleted): "row i" in text fields,
+    // i in numbers, memoText(i, j) in memo fields after a dead first copy.
+    void build(const Scenario &sc, int n = 6) {
+        restore({});
+        std::vector<DBFIELD> f = sc.before;
+        ASSERT_EQ(tablea::create(t(), f, sc.style), 0);
+        const bool memos = hasMemo(f);
+        mt::Memo m = memo(sc);
+        if (memos) m = mt::made(m.fpt, m.file, 1, version(sc), version(sc));
+        int h = -1;
+        ASSERT_EQ(tablea::open(&h, t(), sc.style), 0);
+        for (int i = 1; i <= n; i++) {
+            int32_t rec = 0;
+            ASSERT_EQ(DBClearBuffer(h), 0);
+            for (int j = 0; j < static_cast<int>(f.size()); j++) {
+                const std::string v = f[j].type == 'C' ? "row " + std::to_string(i) : "   " + std::to_string(i);
+                int32_t b = 0;
+                if (f[j].type == 'M' && i != 5) m.put(std::string(40 * i, 'x')), b = m.put(memoText(i, j));
+                ASSERT_GE(f[j].type == 'M' ? DBPutFieldData(h, j, &b) : DBPutFieldData(h, j, cs(v.c_str())), 0);
+            }
+            ASSERT_EQ(DBPutRecord(h, &rec, DB_APPEND), 0);
+        }
+        ASSERT_EQ(DBMarkRecordInActive(h, 4), 0);
+        ASSERT_EQ(DBCloseFile(h), 0);
+        if (memos) ASSERT_EQ(m.close(), 0);
+    }
+    // The table and memo file as they stand (the header date left out).
+    Files pair(const Scenario &sc) { return undated({"t.dbf", sc.memo}); }
+    // Opens the table and makes the change; -999 when an open fails.
+    int change(const Scenario &sc, int *h) {
+        std::vector<DBFIELD> f = sc.after;
+        if (tablea::open(h, t(), sc.style | (sc.style == 4 || sc.op == kMemoPack ? DBO_SHARED : 0)) != 0) return -999;
+        if (sc.op == kModify) return DBModifyFile(h, static_cast<int>(f.size()), f.data());
+        if (sc.op == kPack) return DBPackFile(h);
+        mt::Memo m = memo(sc);
+        return m.open(version(sc)) == 0 ? m.pack(*h) : -999;
+    }
+    // After the next open of the table: the old pair or the new one, the
+    // backups only beside the new pair (and copies, which nothing removes,
+    // beside the old), and at most the work files besides. A memo pack's
+    // backup is numbered like its work file: killed between removing the
+    // marker and that backup, it stays, a stray file; where the marker
+    // stands but the name is still free, another file takes it first, and
+    // the repair must leave that file alone.
+    void settled(const Scenario &sc, const Files &oldPair, const Files &newPair, const Files &oldFiles,
+                 const std::string &when, bool copies) {
+        const std::string numbered = sc.op != kMemoPack ? "" : sc.style == 4 ? "1.FPT" : "1.DBT";
+        const bool marked = xbt::fileExists(path("t.MPK")), left = !numbered.empty() && xbt::fileExists(path(numbered));
+        const bool stray = !marked && left, intruder = !numbered.empty() && marked && !left;
+        const Bytes other(12, 'o');  // another program's file
+        if (intruder) xbt::writeFile(path(numbered), other);
+        int h = -1;
+        ASSERT_GE(tablea::open(&h, t(), sc.style), 0) << when;
+        ASSERT_EQ(DBCloseFile(h), 0);
+        const Files now = pair(sc);
+        const bool isNew = now == newPair;
+        EXPECT_TRUE(now == oldPair || isNew) << "neither pair " << when;
+        if (intruder) EXPECT_EQ(xbt::readFile(path(numbered)), other) << when;
+        for (const std::string &n : names()) {
+            const bool backup = sc.op != kMemoPack && (n == "t.BAK" || n == "t.TBK");
+            const bool work = n == "0.DBF" ? sc.op != kMemoPack : (n == "0.DBT" || n == "0.FPT") && sc.op != kPack;
+            EXPECT_TRUE(now.count(n) || work || (n == numbered && (stray || intruder)) ||
+                        (backup && (isNew || copies || !*sc.memo)))
+                << n << " left " << when;
+            if (backup && isNew)
+                EXPECT_EQ(xbt::readFile(path(n)), oldFiles.at(n == "t.BAK" ? "t.dbf" : sc.memo)) << when;
+        }
+    }
 };
 
 // One field of each case, alone in a style-2 table (which has 'F' and
@@ -41,14 +133,8 @@ protected:
 // holding `memo`. Dates are read in the default style 1 (mm/dd/yy).
 TEST_F(Modify, EveryConversion) {
     const std::string ptr = "         1";
-    const struct {
-        int ot, ol, od;
-        std::string in;
-        int nt, nl, nd;
-        std::string want;
-        int st;
-        std::string memo = "";
-    } cases[] = {
+    struct Case { int ot, ol, od; std::string in; int nt, nl, nd; std::string want; int st; std::string memo = ""; };
+    const Case cases[] = {
         {'C', 10, 0, "abc       ", 'C', 5, 0, "abc  ", 0},
         {'C', 10, 0, "abcdefgh  ", 'C', 5, 0, "abcde", DBW_TRUNCATED},
         {'C', 5, 0, "  abc", 'C', 8, 0, "  abc   ", 0},
@@ -118,59 +204,45 @@ TEST_F(Modify, EveryConversion) {
         EXPECT_EQ(DBModifyFile(&h, 1, f.data()), c.st);
         EXPECT_EQ(h, before);
         ASSERT_EQ(DBCloseFile(h), 0);
-        EXPECT_EQ(fieldBytes(t(), 1, 0), c.want);
+        const Bytes b = xbt::readFile(t());  // the one field of the one record, as the header places it
+        const long at = (b[8] | b[9] << 8) + 1;
+        EXPECT_EQ(std::string(b.begin() + at, b.begin() + at + (b[10] | b[11] << 8) - 1), c.want);
         EXPECT_EQ(xbt::readFile(path("t.BAK")), r.bytes());
     }
 }
 
-// A table with memos in each kind: NOTES kept (some of its old texts dead),
-// TITLE from text to memo, SUMMARY from memo to text (cut). The new memo
-// file holds what the records point to, deleted records included
-// (PeerFiles has python3-dbfread read a changed memo file).
+// Memos of each kind: NOTES kept (its dead texts dropped), TITLE from text
+// to memo, SUMMARY from memo to text (cut). The new memo file holds what the
+// records point to, deleted records included (PeerFiles has python3-dbfread
+// read a changed memo file).
 TEST_F(Modify, MemoKinds) {
-    const struct { bool fpt; int size, version, style; const char *memo; } kinds[] = {
-        {false, 1, 3, 1, "t.dbt"}, {true, 1, 0, 4, "t.fpt"}};
-    for (const auto &k : kinds) {
-        SCOPED_TRACE(k.style);
-        restore({});
-        std::vector<DBFIELD> f = {fld("NAME", 'C', 10), fld("NOTES", 'M'), fld("TITLE", 'C', 20), fld("SUMMARY", 'M')};
-        ASSERT_EQ(tablea::create(t(), f, k.style), 0);
-        auto m = mt::made(k.fpt, path(k.memo), k.size, k.version, k.version);
-        int h = -1;
-        ASSERT_EQ(tablea::open(&h, t(), k.style), 0);
-        auto notes = [](int i) { return i == 5 ? std::string() : std::string(60 * i, static_cast<char>('a' + i)); };
-        auto summary = [](int i) { return "summary of row " + std::to_string(i); };
-        for (int i = 1; i <= 8; i++) {
-            int32_t rec = 0, nb = 0, sb = m.put(summary(i));
-            if (!notes(i).empty()) nb = m.put(notes(i) + "old"), nb = m.put(notes(i));  // the first copy is dead
-            const std::string title = "title " + std::to_string(i);
-            ASSERT_EQ(DBClearBuffer(h) | DBPutStrField(h, 0, cs(("row" + std::to_string(i)).c_str())), 0);
-            ASSERT_EQ(DBPutFieldData(h, 1, &nb) | DBPutStrField(h, 2, cs(title.c_str())) | DBPutFieldData(h, 3, &sb), 0);
-            ASSERT_EQ(DBPutRecord(h, &rec, DB_APPEND), 0);
-        }
-        ASSERT_EQ(DBMarkRecordInActive(h, 4), 0);
-        ASSERT_EQ(m.close(), 0);
+    const std::vector<DBFIELD> before = {fld("NOTES", 'M'), fld("TITLE", 'C', 20), fld("SUMMARY", 'M')},
+                               after = {fld("NOTES", 'M'), fld("TITLE", 'M'), fld("SUMMARY", 'C', 12)};
+    const Scenario kinds[] = {{"DBT III", 1, "t.dbt", before, after}, {"FPT", 4, "t.fpt", before, after}};
+    for (const Scenario &sc : kinds) {
+        SCOPED_TRACE(sc.label);
+        build(sc, 8);
         const Files old = all();
-        f = {fld("NAME", 'C', 10), fld("NOTES", 'M'), fld("TITLE", 'M'), fld("SUMMARY", 'C', 12)};
-        EXPECT_EQ(DBModifyFile(&h, 4, f.data()), DBW_TRUNCATED);
-        ASSERT_EQ(m.open(k.version), 0);
+        int h = -1;
+        EXPECT_EQ(change(sc, &h), DBW_TRUNCATED);
+        mt::Memo m = memo(sc);
+        ASSERT_EQ(m.open(version(sc)), 0);
         for (int i = 1; i <= 8; i++) {
             SCOPED_TRACE(i);
             EXPECT_EQ(DBGetRecord(h, i), i == 4 ? DBW_DELETED : 0);
             int32_t nb = 0, tb = 0;
             char sum[20];
-            DBGetFieldData(h, 1, &nb);
-            DBGetFieldData(h, 2, &tb);
-            ASSERT_EQ(DBGetStrField(h, 3, sum), 0);
-            EXPECT_EQ(nb == 0 ? std::string() : m.get(nb), notes(i));
-            EXPECT_EQ(m.get(tb), "title " + std::to_string(i));
-            EXPECT_EQ(std::string(sum), summary(i).substr(0, 12));
+            DBGetFieldData(h, 0, &nb);
+            DBGetFieldData(h, 1, &tb);
+            ASSERT_EQ(DBGetStrField(h, 2, sum), i == 5 ? DBW_FIELDEMPTY : 0);
+            EXPECT_EQ(nb == 0 ? std::string() : m.get(nb), memoText(i, 0));
+            EXPECT_EQ(m.get(tb), "row " + std::to_string(i));
+            EXPECT_EQ(tablea::trim(sum), memoText(i, 2).substr(0, 12));
         }
-        EXPECT_LT(xbt::fileSize(path(k.memo)), static_cast<long>(old.at(k.memo).size()));
-        EXPECT_EQ(xbt::readFile(path("t.TBK")), old.at(k.memo));
+        EXPECT_LT(xbt::fileSize(memo(sc).file), static_cast<long>(old.at(sc.memo).size()));
+        EXPECT_EQ(xbt::readFile(path("t.TBK")), old.at(sc.memo));
         // The block size stays (512 here; a first FPT file would get 64).
-        const Bytes nm = xbt::readFile(path(k.memo));
-        if (k.fpt) EXPECT_EQ(mt::get32(nm, 4, true), 512u);
+        if (m.fpt) EXPECT_EQ(mt::get32(xbt::readFile(m.file), 4, true), 512u);
         ASSERT_EQ(m.close() | DBCloseFile(h), 0);
     }
 }
@@ -230,235 +302,128 @@ TEST_F(Modify, PeerFiles) {
 // cannot be changed, bad memo pointers: a status, the files byte for byte,
 // and the handle still on the old table.
 TEST_F(Modify, BadInput) {
-    std::vector<DBFIELD> f0 = {fld("NAME", 'C', 10), fld("NOTES", 'M')};
-    ASSERT_EQ(tablea::create(t(), f0, 1), 0);
-    auto m = mt::made(false, path("t.dbt"), 1, 3, 3);
-    int h = -1;
-    ASSERT_EQ(tablea::open(&h, t(), 1), 0);
-    for (int i = 1; i <= 3; i++) {
-        int32_t rec = 0, b = m.put("text " + std::to_string(i));
-        ASSERT_EQ(DBClearBuffer(h) | DBPutStrField(h, 0, cs("x")) | DBPutFieldData(h, 1, &b) | DBPutRecord(h, &rec, DB_APPEND), 0);
-    }
-    ASSERT_EQ(DBCloseFile(h) | m.close(), 0);
+    build(kScenarios[1]);
     const Files good = all();
     auto pointer = [&](const char *p) {  // record 2's memo pointer, as bytes
         Bytes b = good.at("t.dbf");
         std::memcpy(&b[static_cast<size_t>(b[8] + 256 * b[9] + (b[10] + 256 * b[11]) + 11)], p, 10);
         xbt::writeFile(t(), b);
     };
+    auto named = [&](const char *n) { return [&, n] { std::rename(t().c_str(), path(n).c_str()); }; };
+    const std::vector<DBFIELD> f0 = {fld("NAME", 'C', 4)};
     const struct {
         const char *what;
         std::function<void()> setup;
         int mode;
         std::vector<DBFIELD> f;
         int nf, want;
+        const char *table = "t.dbf";  // its name after setup
     } cases[] = {
-        {"no fields", [] {}, 1, {fld("NAME", 'C', 4)}, 0, DBE_NUMFIELDS},
+        {"no fields", [] {}, 1, f0, 0, DBE_NUMFIELDS},
         {"bad type", [] {}, 1, {fld("NAME", 'X', 4)}, 1, DBE_FIELDTYPE},
         {"record too long", [] {}, 1, std::vector<DBFIELD>(16, fld("A", 'C', 254)), 16, DBE_RECLEN},
-        {"read only", [] {}, 1 | DBO_READONLY, {fld("NAME", 'C', 4)}, 1, DBE_READONLY},
+        {"read only", [] {}, 1 | DBO_READONLY, f0, 1, DBE_READONLY},
         {"pointer past the memo file", [&] { pointer("       999"); }, 1, {fld("NOTES", 'M')}, 1, DBE_SEEK},
         {"pointer that is no number", [&] { pointer("99999999999"); }, 1, {fld("NOTES", 'C', 9)}, 1, DBE_SEEK},
         {"memo file missing", [&] { std::remove(path("t.dbt").c_str()); }, 1, {fld("NOTES", 'M')}, 1, DBE_NOTFOUND},
-        {"unfinished marker", [] {}, 1, {fld("NAME", 'C', 4)}, 1, DBE_ACCESS},
+        {"unfinished marker", [] {}, 1, f0, 1, DBE_ACCESS},
+        // A table named like its backup, or like its own memo file, is
+        // refused before anything is removed.
+        {"named like its backup", named("t.BAK"), 1, f0, 1, DBE_BADFILENAME, "t.BAK"},
+        {"named like its memo file", named("t.dbt"), 1, f0, 1, DBE_BADFILENAME, "t.dbt"},
+        // Visual FoxPro tables cannot be created, so not changed either.
+        {"Visual FoxPro", [&] { fixture("py_vfp.dbf"); }, 10, f0, 1, DBE_BADVERSION, "py_vfp.dbf"},
     };
+    int h = -1;
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         restore(good);
         c.setup();
         const Files before = all();
-        ASSERT_EQ(tablea::open(&h, t(), c.mode), 0);
+        int32_t count = 0, was = 0;
+        ASSERT_EQ(tablea::open(&h, path(c.table), c.mode) | DBGetRecordCount(h, &was), 0);
         if (c.want == DBE_ACCESS) xbt::writeFile(path("t.MPK"), std::string("another change"));
         std::vector<DBFIELD> f = c.f;
         EXPECT_EQ(DBModifyFile(&h, c.nf, f.data()), c.want);
         std::remove(path("t.MPK").c_str());
-        int32_t count = 0;
         EXPECT_EQ(DBGetRecordCount(h, &count), 0);
-        EXPECT_EQ(count, 3);
+        EXPECT_EQ(count, was);
         ASSERT_EQ(DBCloseFile(h), 0);
         EXPECT_EQ(all(), before);
     }
     // The table open twice, or its memo file open under a memo handle of
     // this process, stops the change.
     restore(good);
+    std::vector<DBFIELD> f = kNotes;
     ASSERT_EQ(tablea::open(&h, t(), 1), 0);
-    EXPECT_EQ(DBModifyFile(nullptr, 1, f0.data()), DBE_NULLPARAM);
+    EXPECT_EQ(DBModifyFile(nullptr, 1, f.data()), DBE_NULLPARAM);
     int twice = -1;
     ASSERT_EQ(tablea::open(&twice, t(), 1), 0);
-    EXPECT_EQ(DBModifyFile(&h, 1, f0.data()), DBE_FILESOPEN);
+    EXPECT_EQ(DBModifyFile(&h, 1, f.data()), DBE_FILESOPEN);
     ASSERT_EQ(DBCloseFile(twice), 0);
+    mt::Memo m = memo(kScenarios[1]);
     ASSERT_EQ(m.open(3), 0);
-    EXPECT_EQ(DBModifyFile(&h, 1, f0.data()), DBE_FILESOPEN);
+    EXPECT_EQ(DBModifyFile(&h, 1, f.data()), DBE_FILESOPEN);
     ASSERT_EQ(m.close() | DBCloseFile(h), 0);
     EXPECT_EQ(all(), good);
-    // A table named like its backup, or like its own memo file, is refused
-    // before anything is removed.
-    for (const char *clash : {"t.BAK", "t.dbt"}) {
-        SCOPED_TRACE(clash);
-        restore(good);
-        std::rename(t().c_str(), path(clash).c_str());
-        const Files before = all();
-        ASSERT_EQ(tablea::open(&h, path(clash), 1), 0);
-        EXPECT_EQ(DBModifyFile(&h, 1, f0.data()), DBE_BADFILENAME);
-        ASSERT_EQ(DBCloseFile(h), 0);
-        EXPECT_EQ(all(), before);
-    }
-    // Visual FoxPro tables cannot be created, so not changed either.
-    const std::string vfp = fixture("py_vfp.dbf");
-    ASSERT_EQ(tablea::open(&h, vfp, 10), 0);
-    EXPECT_EQ(DBModifyFile(&h, 1, f0.data()), DBE_BADVERSION);
-    ASSERT_EQ(DBCloseFile(h), 0);
-    EXPECT_EQ(xbt::readFile(vfp), xbt::readFile(xbt::fixturePath("py_vfp.dbf")));
 }
 
-// ---------------------------------------------------------------------------
-// Killed or failed after each step
-// ---------------------------------------------------------------------------
-
-struct Scenario {
-    const char *label;
-    int style;
-    const char *memo;  // the memo file's name, "" for none on either side
-    bool memoBefore;
-    std::vector<DBFIELD> before, after;
-};
-
-const Scenario kScenarios[] = {
-    {"table only", 1, "", false, {fld("NAME", 'C', 10), fld("QTY", 'N', 4)}, {fld("QTY", 'N', 6, 1), fld("NAME", 'C', 4)}},
-    {"DBT III kept", 1, "t.dbt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NOTES", 'M'), fld("NAME", 'C', 4)}},
-    {"FPT kept", 4, "t.fpt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NAME", 'M'), fld("NOTES", 'M')}},
-    {"FPT gained", 4, "t.fpt", false, {fld("NAME", 'C', 10), fld("QTY", 'N', 4)}, {fld("NAME", 'M'), fld("QTY", 'N', 4)}},
-    {"DBT dropped", 1, "t.dbt", true, {fld("NAME", 'C', 10), fld("NOTES", 'M')}, {fld("NOTES", 'C', 30)}},
-};
-
-class ModifySteps : public Modify {
-protected:
-    // Six records (the fourth deleted), memos with a dead copy each.
-    void build(const Scenario &sc) {
-        restore({});
-        std::vector<DBFIELD> f = sc.before;
-        ASSERT_EQ(tablea::create(t(), f, sc.style), 0);
-        const bool fpt = sc.style == 4;
-        mt::Memo m{fpt, path(sc.memo)};
-        const int version = fpt ? 0 : sc.style == 2 ? 2 : 3;
-        if (sc.memoBefore) m = mt::made(fpt, path(sc.memo), 1, version, version);
-        int h = -1;
-        ASSERT_EQ(tablea::open(&h, t(), sc.style), 0);
-        for (int i = 1; i <= 6; i++) {
-            int32_t rec = 0;
-            ASSERT_EQ(DBClearBuffer(h), 0);
-            for (int j = 0; j < static_cast<int>(f.size()); j++) {
-                std::string v = f[j].type == 'C' ? "row " + std::to_string(i) : "   " + std::to_string(i);
-                int32_t b = 0;
-                if (f[j].type == 'M') b = m.put(std::string(40 * i, 'x')), b = m.put(std::string(90 * i, static_cast<char>('a' + i)));
-                ASSERT_GE(f[j].type == 'M' ? DBPutFieldData(h, j, &b) : DBPutFieldData(h, j, cs(v.c_str())), 0);
-            }
-            ASSERT_EQ(DBPutRecord(h, &rec, DB_APPEND), 0);
-        }
-        ASSERT_EQ(DBMarkRecordInActive(h, 4), 0);
-        ASSERT_EQ(DBCloseFile(h), 0);
-        if (sc.memoBefore) ASSERT_EQ(m.close(), 0);
-    }
-    // The table and memo file as they stand (the header date left out).
-    Files pair(const Scenario &sc) { return undated({"t.dbf", sc.memo}); }
-    int modify(const Scenario &sc, int *h) {
-        std::vector<DBFIELD> f = sc.after;
-        const int mode = sc.style | (sc.style == 4 ? DBO_SHARED : 0);
-        return tablea::open(h, t(), mode) == 0 ? DBModifyFile(h, static_cast<int>(f.size()), f.data()) : -999;
-    }
-    // After the next open of the table: the old pair or the new one, the
-    // backups only beside the new pair (and copies, which nothing removes,
-    // beside the old), and at most the work files besides.
-    void settled(const Scenario &sc, const Files &oldPair, const Files &newPair, const Files &oldFiles,
-                 const std::string &when, bool copies) {
-        int h = -1;
-        ASSERT_GE(tablea::open(&h, t(), sc.style), 0) << when;
-        ASSERT_EQ(DBCloseFile(h), 0);
-        const Files now = pair(sc);
-        const bool isNew = now == newPair;
-        EXPECT_TRUE(now == oldPair || isNew) << "neither pair " << when;
-        for (const std::string &n : names()) {
-            const bool backup = n == "t.BAK" || n == "t.TBK";
-            EXPECT_TRUE(now.count(n) || n == "0.DBF" || n == "0.DBT" || n == "0.FPT" ||
-                        (backup && (isNew || copies || !*sc.memo)))
-                << n << " left " << when;
-            if (backup && isNew)
-                EXPECT_EQ(xbt::readFile(path(n)), oldFiles.at(n == "t.BAK" ? "t.dbf" : sc.memo)) << when;
-        }
-    }
-};
-
 // A child killed just after each step of the change; the next open sees
-// one pair or the other.
-TEST_F(ModifySteps, Killed) {
+// one pair or the other. Then, for DBModifyFile, each step failing in turn
+// and each allocation: a change that reports a failure leaves the old files
+// byte for byte and nothing else, and its handle on the old table; one that
+// reports success leaves the new pair (a marker it could not remove is
+// finished by the next open).
+TEST_F(Modify, KilledOrFailed) {
     for (const Scenario &sc : kScenarios) {
         for (bool copies : {false, true}) {
-            if (copies && sc.style != 4) continue;
+            if (copies && (sc.style != 4 || sc.op != kModify)) continue;
             SCOPED_TRACE(std::string(sc.label) + (copies ? ", backups copied" : ""));
             build(sc);
             const Files oldFiles = all(), oldPair = pair(sc);
-            auto change = [&] {
-                int h = -1;
-                return modify(sc, &h);
-            };
-            const long steps = xbt::runKilledAt(0, change, copies);
-            ASSERT_TRUE(steps > 5 && steps < 255) << steps;
+            int h = -1;
+            auto run = [&] { return change(sc, &h); };
+            const long steps = xbt::runKilledAt(0, run, copies);
+            ASSERT_TRUE(steps > 3 && steps < 255) << steps;
             const Files newPair = pair(sc);
             ASSERT_NE(newPair, oldPair);
             for (long stop = 1; stop <= steps; stop++) {
                 restore(oldFiles);
-                ASSERT_EQ(xbt::runKilledAt(stop, change, copies), -1) << stop;
+                ASSERT_EQ(xbt::runKilledAt(stop, run, copies), -1) << stop;
                 settled(sc, oldPair, newPair, oldFiles, "after step " + std::to_string(stop), copies);
             }
-        }
-    }
-}
-
-// Each step failing in turn, then each allocation: a change that reports a
-// failure leaves the old files byte for byte and nothing else, and its
-// handle on the old table; one that reports success leaves the new pair
-// (a marker it could not remove is finished by the next open).
-TEST_F(ModifySteps, Failed) {
-    for (const Scenario &sc : kScenarios) {
-        SCOPED_TRACE(sc.label);
-        build(sc);
-        const Files oldFiles = all(), oldPair = pair(sc);
-        int h = -1;
-        ASSERT_GE(modify(sc, &h), 0);
-        ASSERT_EQ(DBCloseFile(h), 0);
-        const Files newPair = pair(sc);
-        bool memoAfter = false;
-        for (const DBFIELD &d : sc.after) memoAfter = memoAfter || d.type == 'M';
-        EXPECT_EQ(newPair.count(sc.memo) == 1, memoAfter);  // gained, kept or dropped
-        int failures = 0;
-        for (int kind = 0; kind < 2; kind++) {
-            for (long k = 1;; k++) {
-                const std::string when = (kind ? "allocation " : "step ") + std::to_string(k);
-                restore(oldFiles);
-                int rc = 0;
-                {
-                    xbt::Seams seams;
-                    if (kind == 0) seams.failAt = k;
-                    else seams.allocsLeft = k - 1;
-                    rc = modify(sc, &h);
+            if (copies || sc.op != kModify) continue;
+            EXPECT_EQ(newPair.count(sc.memo) == 1, hasMemo(sc.after));  // gained, kept or dropped
+            int failures = 0;
+            for (int kind = 0; kind < 2; kind++) {
+                for (long k = 1;; k++) {
+                    const std::string when = (kind ? "allocation " : "step ") + std::to_string(k);
+                    restore(oldFiles);
+                    int rc = 0;
+                    {
+                        xbt::Seams seams;
+                        if (kind == 0) seams.failAt = k;
+                        else seams.allocsLeft = k - 1;
+                        rc = run();
+                    }
+                    if (rc == -999) continue;  // the open itself failed
+                    if (rc >= 0) {
+                        ASSERT_EQ(DBCloseFile(h), 0);
+                        settled(sc, oldPair, newPair, oldFiles, when, false);
+                        EXPECT_EQ(pair(sc), newPair) << when;
+                        if (kind == 1 || xbt::Seams::steps < k) break;  // nothing was left to fail
+                        continue;
+                    }
+                    failures++;
+                    int32_t count = 0;
+                    EXPECT_EQ(DBGetRecordCount(h, &count), 0) << when;
+                    EXPECT_EQ(count, 6) << when;
+                    ASSERT_EQ(DBCloseFile(h), 0) << when;
+                    EXPECT_EQ(all(), oldFiles) << when;
                 }
-                if (rc == -999) continue;  // the open itself failed
-                if (rc >= 0) {
-                    ASSERT_EQ(DBCloseFile(h), 0);
-                    settled(sc, oldPair, newPair, oldFiles, when, false);
-                    EXPECT_EQ(pair(sc), newPair) << when;
-                    if (kind == 1 || xbt::Seams::steps < k) break;  // nothing was left to fail
-                    continue;
-                }
-                failures++;
-                int32_t count = 0;
-                EXPECT_EQ(DBGetRecordCount(h, &count), 0) << when;
-                EXPECT_EQ(count, 6) << when;
-                ASSERT_EQ(DBCloseFile(h), 0) << when;
-                EXPECT_EQ(all(), oldFiles) << when;
             }
+            EXPECT_GT(failures, 10);
         }
-        EXPECT_GT(failures, 10);
     }
 }
 

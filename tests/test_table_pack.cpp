@@ -1,14 +1,11 @@
 // test_table_pack.cpp - DBPackFile: the packed table (through the library and python3-dbfread), backup
-// and work file names, the open mode kept, a failed pack leaving the old table as it was, and a table
-// pack or memo pack killed after any one of its steps (each write, rename, link and unlink): the next
-// open of the table finds, under the original names, the old pair of files or the new pair.
-#include "memo_util.h"
+// and work file names, the open mode kept, a failed pack leaving the old table as it was. (Table and
+// memo packs killed after each step: test_table_modify.)
 #include "seams.h"
 #include "tablea_util.h"
 
 #include <algorithm>
 #include <functional>
-#include <set>
 
 namespace {
 
@@ -43,7 +40,7 @@ protected:
     // While the pack writes copied records (large writes): whether 1.DBF exists and another process sees t.dbf
     // wholly locked; with `fail`, the disk is full then.
     void watch(xbt::Seams &seams, bool fail) {
-        seams.failErrno = ENOSPC;
+        seams.failErrno = ENOSPC, sawWork1_ = locked_ = false;
         seams.watch = [this, fail](int, size_t n) {
             if (n <= 1000) return false;
             const xbt::LockSeen s = xbt::probeLock(path("t.dbf"), 0, 0x7FFFFFFF);
@@ -65,12 +62,14 @@ std::vector<std::string> dbfread(const std::string &p) {
 // Deleted records go and the rest keep their order across three cache blocks (one all deleted but its last),
 // changes still only in the cache are packed too, and the old file becomes the backup. A table with nothing to
 // keep, or with no records at all (style 2 with the mdx flag, which it keeps), becomes a valid empty table that
-// takes a new record.
+// takes a new record. A pack whose first flush cannot write the appends still in the cache fails and keeps
+// them, the count and the cache as they were, for the next pack.
 TEST_F(PackTest, DropsTheDeletedRecordsAndKeepsTheRestInOrder) {
-    const struct { int n, mode; std::function<bool(int)> gone; } cases[] = {
+    const struct { int n, mode; std::function<bool(int)> gone; bool flushFails = false; } cases[] = {
         {1500, 1, [](int i) { return i % 3 == 0 || i <= 10 || i > 1495 || (i >= 607 && i < 1212); }},
         {40, 1, [](int) { return true; }},
-        {0, 2 | DBO_FLUSH, [](int) { return true; }}};
+        {0, 2 | DBO_FLUSH, [](int) { return true; }},
+        {6, 1, [](int i) { return i == 2; }, true}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.n);
         const std::string stem = "p" + std::to_string(c.n), p = path(stem + ".dbf"), backup = path(stem + ".BAK");
@@ -78,6 +77,12 @@ TEST_F(PackTest, DropsTheDeletedRecordsAndKeepsTheRestInOrder) {
         std::vector<std::string> want;
         for (int i = 1; i <= c.n; i++)
             if (!c.gone(i)) want.push_back(seen(static_cast<int>(want.size()) + 1, i));
+        if (c.flushFails) {
+            xbt::Seams seams;
+            seams.writesLeft = 0, seams.failErrno = EFBIG;  // a file-size limit
+            EXPECT_EQ(DBPackFile(&h), DBE_WRITE);
+            EXPECT_EQ(count(h), c.n);
+        }
         ASSERT_EQ(DBPackFile(&h), 0);
         EXPECT_EQ(count(h), static_cast<int32_t>(want.size()));
         const std::vector<uint8_t> now = xbt::readFile(p), bak = xbt::readFile(backup);
@@ -96,10 +101,8 @@ TEST_F(PackTest, DropsTheDeletedRecordsAndKeepsTheRestInOrder) {
     }
 }
 
-// The backup replaces the extension (or adds one) and an older backup; the work file is the first free number in
-// the table's directory; the cache size is kept, and a shared table is file-locked while its records are copied
-// and reopens shared and unlocked.
-TEST_F(PackTest, BackupAndWorkFileNames) {
+// The backup replaces the extension (or adds one) and an older backup; the cache size is kept.
+TEST_F(PackTest, BackupNames) {
     const char *names[][2] = {{"SALES", "SALES.BAK"}, {"sales.dbf", "sales.BAK"}, {"data.v1.dbf", "data.v1.BAK"}};
     for (const auto &t : names) {
         xbt::writeFile(path(t[1]), std::string("old backup"));
@@ -111,35 +114,35 @@ TEST_F(PackTest, BackupAndWorkFileNames) {
         EXPECT_TRUE(count(h) == 4 && cache == 21);
         EXPECT_EQ(xbt::readFile(path(t[1])), before) << t[0];
     }
-    xbt::writeFile(path("0.DBF"), std::string("not ours"));
-    int h = people(path("t.dbf"), 700, [](int i) { return i == 1; }, 1 | DBO_AUTOLOCK);
-    xbt::Seams seams;
-    watch(seams, false);
-    ASSERT_EQ(DBPackFile(&h), 0);
-    EXPECT_TRUE(sawWork1_ && locked_);
-    DBFILEINFO fi{};
-    ASSERT_EQ(DBGetFileInfo(h, &fi), 0);
-    EXPECT_TRUE(fi.flags.isshareable == 1 && fi.flags.isunbuffered == 1 && fi.lockt == 0);
-    EXPECT_EQ(xbt::readFile(path("0.DBF")), std::vector<uint8_t>({'n', 'o', 't', ' ', 'o', 'u', 'r', 's'}));
-    EXPECT_FALSE(xbt::fileExists(path("1.DBF")) || xbt::probeLock(path("t.dbf"), 0, 0x7FFFFFFF).blocked);
-    EXPECT_EQ(count(h), 699);
 }
 
 // A pack that fails before the renames leaves the old table open with its file and records as they were, and no
-// work file or backup behind.
-TEST_F(PackTest, AFailureBeforeTheRenamesLeavesTheOldTableAsItWas) {
-    const std::string p = path("keep.dbf");
+// work file or backup behind. The work file is the first free number in the table's directory (0.DBF is another
+// program's file here); a shared table is file-locked while its records are copied, and after a pack that failed
+// or worked, it is shared, write-through and unlocked.
+TEST_F(PackTest, FailuresAndTheWorkFile) {
+    const std::string p = path("t.dbf");
+    const std::vector<uint8_t> notOurs(8, 'n');
+    xbt::writeFile(path("0.DBF"), notOurs);
     int h = people(p, 700, [](int i) { return i % 4 == 0; }, 1 | DBO_AUTOLOCK);
     const int old = h;
     const std::vector<uint8_t> bytes = xbt::readFile(p);
+    auto asBefore = [&](const std::string &what) {
+        DBFILEINFO fi{};
+        ASSERT_EQ(DBGetFileInfo(h, &fi), 0);
+        EXPECT_TRUE(fi.flags.isshareable && fi.flags.isunbuffered && fi.lockt == 0) << what;
+        EXPECT_FALSE(xbt::fileExists(path("1.DBF")) || xbt::probeLock(p, 0, 0x7FFFFFFF).blocked) << what;
+        EXPECT_EQ(xbt::readFile(path("0.DBF")), notOurs) << what;
+    };
     auto untouched = [&](const char *what) {
         DBRECINFO ri{};
+        asBefore(what);
         EXPECT_TRUE(h == old && DBGetRecordInfo(h, &ri) == 0 && xbt::readFile(p) == bytes && count(h) == 700) << what;
         for (int i = 1; i <= 700; i++) {  // through the cache block that the copy borrowed
             EXPECT_EQ(DBGetRecord(h, i), i % 4 ? 0 : DBW_DELETED) << what << i;
             EXPECT_TRUE(std::equal(ri.bfr, ri.bfr + 27, bytes.begin() + 97 + 27 * (i - 1))) << what << i;
         }
-        EXPECT_FALSE(xbt::fileExists(path("0.DBF")) || xbt::fileExists(path("keep.BAK"))) << what;
+        EXPECT_FALSE(xbt::fileExists(path("t.BAK"))) << what;
     };
     EXPECT_EQ(DBPackFile(nullptr), DBE_NULLPARAM);
     int ro = -1;
@@ -152,119 +155,18 @@ TEST_F(PackTest, AFailureBeforeTheRenamesLeavesTheOldTableAsItWas) {
         EXPECT_EQ(DBPackFile(&h), DBE_WRITE);
     }
     untouched("disk full");
-    DBFILEINFO fi{};
-    ASSERT_EQ(DBGetFileInfo(h, &fi), 0);  // its own locks and write-through mode are back as they were
-    EXPECT_TRUE(fi.lockt == 0 && fi.flags.isunbuffered == 1 && !xbt::probeLock(p, 0, 0x7FFFFFFF).blocked);
     {
         xbt::ChildLock child(p, 97 + 27 * 9, 27);  // another process holds record 10
         ASSERT_TRUE(child.ok());
         EXPECT_EQ(DBPackFile(&h), static_cast<int>(EAGAIN | 0xC0000000u));
-        untouched("file lock refused");
     }
+    untouched("file lock refused");
+    xbt::Seams seams;
+    watch(seams, false);
     ASSERT_EQ(DBPackFile(&h), 0);  // after all that, the pack works
+    EXPECT_TRUE(sawWork1_ && locked_);
     EXPECT_EQ(count(h), 525);
-}
-
-// A pack whose first flush cannot write the appends still in the cache fails and keeps them: the count and the cache
-// as they were, and the close writes them.
-TEST_F(PackTest, AFailedFirstFlushKeepsTheCachedAppends) {
-    const std::string p = path("c.dbf");
-    int h = people(p, 6, [](int) { return false; });
-    {
-        xbt::Seams seams;
-        seams.writesLeft = 0, seams.failErrno = EFBIG;  // a file-size limit
-        EXPECT_EQ(DBPackFile(&h), DBE_WRITE);
-    }
-    EXPECT_EQ(count(h), 6);
-    ASSERT_EQ(DBCloseFile(h), 0);
-    std::vector<std::string> want;
-    for (int i = 1; i <= 6; i++) want.push_back(seen(i, i));
-    EXPECT_EQ(dbfread(p), want);
-}
-
-// ---------------------------------------------------------------------------
-// Killed after each step
-// ---------------------------------------------------------------------------
-
-using xbt::Files;
-
-class PackCrash : public xbt::LibTest {
-protected:
-    // Stop the pack after each of its steps in turn. The next open of the
-    // table must leave the pair of files as they were or as a whole pack
-    // makes them, and nothing else but the names in `litter`. Where a memo
-    // pack's marker stands but its backup name is still free, another file
-    // takes that name first: the repair must leave it alone.
-    void everyStep(const std::set<std::string> &pair, const std::set<std::string> &litter,
-                   const std::function<int()> &pack, const std::string &backup = "") {
-        const Files before = all(), old = undated(pair);
-        const long steps = xbt::runKilledAt(0, pack);
-        ASSERT_TRUE(steps > 3 && steps < 255) << steps;
-        const Files packed = undated(pair);
-        ASSERT_NE(packed, old);
-        for (long stop = 1; stop <= steps; stop++) {
-            restore(before);
-            ASSERT_EQ(xbt::runKilledAt(stop, pack), -1) << stop;
-            const bool marked = xbt::fileExists(path("t.MPK")), hasBackup = xbt::fileExists(path(backup));
-            // Killed between removing the marker and the backup: the backup stays, a stray file.
-            const bool stray = !marked && hasBackup, intruder = !backup.empty() && marked && !hasBackup;
-            if (intruder) xbt::writeFile(path(backup), std::string("another file"));
-            int h = -1;
-            ASSERT_EQ(DBOpenFile(&h, tablea::cs(path("t.dbf").c_str()), style_), 0) << "stopped after step " << stop;
-            ASSERT_EQ(DBCloseFile(h), 0);
-            const Files now = undated(pair);
-            EXPECT_TRUE(now == old || now == packed) << "neither pair after step " << stop << " of " << steps;
-            const std::vector<uint8_t> other = intruder ? xbt::readFile(path(backup)) : std::vector<uint8_t>{};
-            if (intruder) EXPECT_EQ(std::string(other.begin(), other.end()), "another file") << stop;
-            for (const std::string &n : names())
-                EXPECT_TRUE(pair.count(n) || litter.count(n) || (n == backup && (stray || intruder)))
-                    << n << " left after step " << stop;
-        }
-    }
-    int style_ = 1;
-};
-
-// NAME C(10): twenty rows, every third deleted.
-TEST_F(PackCrash, TablePack) {
-    tablea::RawDbf t;
-    t.field("NAME", 'C', 10);
-    for (int i = 1; i <= 20; i++) t.records.push_back((i % 3 ? " row " : "*row ") + std::to_string(100 + i) + "   ");
-    t.write(path("t.dbf"));
-    everyStep({"t.dbf"}, {"0.DBF", "t.BAK"}, [&] {
-        int h = -1;
-        return DBOpenFile(&h, tablea::cs(path("t.dbf").c_str()), 1) == 0 ? DBPackFile(&h) : -1;
-    });
-}
-
-// NAME C(10), NOTES M: twelve rows with memos, half of them rewritten so
-// that the old texts are dead and the pack moves the rest; for DBT (dBASE
-// III) and FPT, the table shared.
-TEST_F(PackCrash, MemoPack) {
-    const struct { bool fpt; int size, version, style; const char *memo, *work, *backup; } families[] = {
-        {false, 1, 3, 1, "t.dbt", "0.DBT", "1.DBT"}, {true, 1, 0, 4, "t.fpt", "0.FPT", "1.FPT"}};
-    for (const auto &f : families) {
-        SCOPED_TRACE(f.style);
-        restore({});
-        style_ = f.style;
-        DBFIELD fields[2] = {{"NAME", 'C', 10, 0}, {"NOTES", 'M', 10, 0}};
-        ASSERT_EQ(DBCreateFile(tablea::cs(path("t.dbf").c_str()), 2, fields, f.style), 0);
-        auto m = mt::made(f.fpt, path(f.memo), f.size, f.version, f.version);
-        int h = -1;
-        ASSERT_EQ(DBOpenFile(&h, tablea::cs(path("t.dbf").c_str()), f.style), 0);
-        for (int i = 1; i <= 12; i++) {
-            int32_t rec = 0, blk = m.put(std::string(100 * i, static_cast<char>('a' + i)));
-            if (i % 2 == 0) blk = m.put(std::string(700, static_cast<char>('A' + i)));  // a new copy; the old text is dead
-            ASSERT_EQ(DBClearBuffer(h) | DBPutFieldData(h, 1, &blk), 0);
-            ASSERT_EQ(DBPutRecord(h, &rec, DB_APPEND), 0);
-        }
-        ASSERT_EQ(DBCloseFile(h) | m.close(), 0);
-        everyStep({"t.dbf", f.memo}, {f.work}, [&] {
-            int t = -1;
-            return DBOpenFile(&t, tablea::cs(path("t.dbf").c_str()), f.style | DBO_SHARED) == 0 && m.open(f.version) == 0
-                       ? m.pack(t)
-                       : -1;
-        }, f.backup);
-    }
+    asBefore("packed");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 using tablea::cs;
+using namespace std::string_literals;
 
 namespace {
 
@@ -48,8 +49,11 @@ protected:
 };
 
 // Cache capacity: 8 records, or what fits in 512..16384 bytes; as set, at
-// least 1, and reads at every capacity land on the right record.
-TEST_F(TableRecords, CacheSize) {
+// least 1 (a write-through table has none to set: 208). Reads in any order,
+// write-through or through a cache of each capacity: 201 for deleted
+// records, -204 outside 1..n; a file cut short after the open gives what it
+// has, then -202.
+TEST_F(TableRecords, CacheSizeAndReads) {
     for (auto [reclen, records] : {std::pair{100, 8}, {40, 12}, {3000, 5}, {16, 32}, {2049, 7}, {20000, 1}}) {
         tablea::RawDbf t;
         t.field("A", 'C', (reclen - 1) & 0xFF, (reclen - 1) >> 8).records = {std::string(reclen, ' ')};
@@ -60,37 +64,29 @@ TEST_F(TableRecords, CacheSize) {
         EXPECT_EQ(n, records) << "record length " << reclen;
         EXPECT_EQ(DBCloseFile(h), 0);
     }
-    const int h = table(40, 1);
-    for (auto [ask, got] : {std::pair{3, 3}, {0, 1}, {-5, 1}, {100000, 32767 / 16 + 1}}) {
-        int n = ask;
-        ASSERT_EQ(DBGetSetCacheSize(h, &n, 0), 0) << ask;
-        EXPECT_EQ(n, got) << ask;
-        for (int k : {1, 40, 17, 2, 33}) EXPECT_EQ(DBGetRecord(h, k) >= 0 ? buffer(h) : "", recs(k, k, true)) << k;
-    }
-    int n = 0;
-    EXPECT_EQ(DBGetSetCacheSize(h, nullptr, 1), DBE_NULLPARAM);
-    EXPECT_EQ(DBGetSetCacheSize(h, &n, 2), DBE_BADCOMMAND);
-    EXPECT_EQ(DBCloseFile(h), 0);
-}
-
-// Reads in any order, buffered or not: 201 for deleted records, -204 outside
-// 1..n; a file cut short after the open gives what it has, then -202.
-TEST_F(TableRecords, Reads) {
-    for (int mode : {1, 1 | DBO_UNBUFFERED}) {
-        int h = table(20, mode);
+    for (auto [mode, ask, got] :
+         {std::tuple{1 | DBO_UNBUFFERED, 3, 0}, {1, 3, 3}, {1, 0, 1}, {1, -5, 1}, {1, 100000, 32767 / 16 + 1}}) {
+        SCOPED_TRACE(::testing::Message() << "mode " << mode << ", capacity " << ask);
+        int h = table(40, mode), n = ask;
         int32_t cur = 0;
-        for (int k : {1, 2, 20, 9, 8, 7, 14, 3, 3, 19, 11}) {
+        ASSERT_EQ(DBGetRecord(h, 5), 0);  // the cache already full: what it holds must fit the new capacity
+        ASSERT_EQ(DBGetSetCacheSize(h, &n, 0), mode == 1 ? 0 : DBW_UNBUFFERED);
+        if (mode == 1) EXPECT_EQ(n, got);
+        for (int k : {1, 2, 40, 9, 8, 7, 14, 3, 3, 39, 17, 33, 11}) {
             EXPECT_EQ(DBGetRecord(h, k), k % 7 ? 0 : DBW_DELETED) << k;
             EXPECT_EQ(buffer(h), recs(k, k, true)) << k;
             EXPECT_EQ(std::vector<int>({DBIsRecordDeleted(h), DBIsBeginningOfFile(h), DBIsEndOfFile(h)}),
-                      std::vector<int>({k % 7 == 0, k == 1, k == 20})) << k;
+                      std::vector<int>({k % 7 == 0, k == 1, k == 40})) << k;
         }
-        for (int32_t k : {0, 21, -1, INT32_MAX, INT32_MIN}) EXPECT_EQ(DBGetRecord(h, k), DBE_SEEK) << k;
+        for (int32_t k : {0, 41, -1, INT32_MAX, INT32_MIN}) EXPECT_EQ(DBGetRecord(h, k), DBE_SEEK) << k;
         ASSERT_EQ(DBGetRecordNumber(h, &cur), 0);
         EXPECT_EQ(cur, 11);
         EXPECT_EQ(DBGetRecordNumber(h, nullptr), DBE_NULLPARAM);
+        EXPECT_EQ(DBGetSetCacheSize(h, nullptr, 1), DBE_NULLPARAM);
+        EXPECT_EQ(DBGetSetCacheSize(h, &n, 2), DBE_BADCOMMAND);
         EXPECT_EQ(DBCloseFile(h), 0);
-        h = table(20, mode);
+        h = table(40, mode);
+        DBGetSetCacheSize(h, &(n = ask), 0);
         ASSERT_EQ(truncate(path("t.dbf").c_str(), 97 + 16 * 16 + 5), 0);
         for (int k : {16, 17, 1, 20}) EXPECT_EQ(DBGetRecord(h, k), k > 16 ? DBE_READ : 0) << k;
         EXPECT_EQ(DBCloseFile(h), 0);
@@ -181,32 +177,17 @@ TEST_F(TableRecords, CallerBufferLayout) {
     ASSERT_EQ(DBCreateFile(f.data(), 4, fld, 1), 0);
     int h;
     ASSERT_EQ(DBOpenFile(&h, f.data(), 1 | DBO_FLUSH), 0);
-    char in[1 + 6 + 8 + 11 + 1] = {};
-    const double amt = -12.5;
-    in[0] = ' ';
-    std::memcpy(in + 1, "Ab", 3);
-    std::memcpy(in + 7, &amt, 8);
-    std::memcpy(in + 15, "02/29/24", 9);
-    in[26] = 'T';
+    std::string in = " Ab\0\0\0\0"s + xbt::raw(-12.5) + "02/29/24\0\0\0T"s, out(in.size(), 'x');
     int32_t rec = 0;
-    ASSERT_EQ(DBPutRecordFromBuffer(h, in, &rec, DB_APPEND), 0);
+    ASSERT_EQ(DBPutRecordFromBuffer(h, in.data(), &rec, DB_APPEND), 0);
     std::vector<uint8_t> disk = xbt::readFile(f);
     EXPECT_EQ(std::string(disk.begin() + 161, disk.begin() + 161 + 22), " Ab    -12.5020240229T");
-    char out[sizeof in];
-    std::memset(out, 'x', sizeof out);
-    ASSERT_EQ(DBGetRecordToBuffer(h, out, 1), 0);
-    double got = 0;
-    std::memcpy(&got, out + 7, 8);
-    EXPECT_EQ(out[0], ' ');
-    EXPECT_STREQ(out + 1, "Ab   ");
-    EXPECT_EQ(got, -12.5);
-    EXPECT_STREQ(out + 15, "02/29/24");
-    EXPECT_EQ(out[26], 'T');
+    ASSERT_EQ(DBGetRecordToBuffer(h, out.data(), 1), 0);
+    EXPECT_EQ(out, " Ab   \0"s + xbt::raw(-12.5) + "02/29/24\0xxT"s);
     // A number too wide for its field is refused, the file unchanged.
-    const double wide = 123456.0;
-    std::memcpy(in + 7, &wide, 8);
+    in.replace(7, 8, xbt::raw(123456.0));
     rec = 1;
-    EXPECT_EQ(DBPutRecordFromBuffer(h, in, &rec, DB_REWRITE), DBE_BADDATA);
+    EXPECT_EQ(DBPutRecordFromBuffer(h, in.data(), &rec, DB_REWRITE), DBE_BADDATA);
     EXPECT_EQ(xbt::readFile(f), disk);
     DBCloseFile(h);
 }
