@@ -247,6 +247,26 @@ TEST_F(Modify, MemoKinds) {
     }
 }
 
+// More records than the work table's cache block holds (2,520 of 13 bytes):
+// each comes across in order with its value and its deleted mark.
+TEST_F(Modify, MoreRecordsThanACacheBlock) {
+    const Scenario sc{"wide", 1, "", {fld("N", 'N', 8)}, {fld("N", 'N', 10, 1), fld("X", 'C', 2)}};
+    const int n = 7000;
+    build(sc, n);
+    int h = -1;
+    ASSERT_EQ(change(sc, &h), 0);
+    int32_t count = 0;
+    ASSERT_EQ(DBGetRecordCount(h, &count), 0);
+    EXPECT_EQ(count, n);
+    for (int i = 1; i <= n; i++) {
+        char v[16];
+        ASSERT_EQ(DBGetRecord(h, i), i == 4 ? DBW_DELETED : 0) << i;
+        ASSERT_EQ(DBGetStrField(h, 0, v), 0) << i;
+        ASSERT_EQ(tablea::ltrim(v), std::to_string(i) + ".0") << i;
+    }
+    ASSERT_EQ(DBCloseFile(h), 0);
+}
+
 // Harbour's tables (DBT and 64-byte-block FPT memos, deleted records,
 // memos up to kilobytes), opened shared, given a field list in lower case
 // without CITY, with QTY widened and a new EXTRA: python3-dbfread sees every
