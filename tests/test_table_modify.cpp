@@ -404,7 +404,7 @@ TEST_F(Modify, KilledOrFailed) {
             int h = -1;
             auto run = [&] { return change(sc, &h); };
             const long steps = xbt::runKilledAt(0, run, copies);
-            ASSERT_TRUE(steps > 3 && steps < 255) << steps;
+            ASSERT_TRUE(steps > (sc.op == kModify ? 5 : 3) && steps < 255) << steps;
             const Files newPair = pair(sc);
             ASSERT_NE(newPair, oldPair);
             for (long stop = 1; stop <= steps; stop++) {
