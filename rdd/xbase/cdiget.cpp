@@ -8,12 +8,21 @@ namespace {
 constexpr DBSite here{"rdd/xbase/cdiget"};
 }
 
+// Every flush of a table stamps its header with today's date, many times a
+// second when records stream in, and each localtime call reads the zone
+// file again: the answer for the last second asked is kept.
 bool _DBLocalNow(struct tm &now) {
+    static time_t last = -1;
+    static struct tm kept;
     const time_t t = time(nullptr);
-    // localtime hands back shared storage: copy from it at once.
-    const struct tm *lt = localtime(&t);
-    if (!lt) return false;
-    now = *lt;
+    if (t != last) {
+        // localtime hands back shared storage: copy from it at once.
+        const struct tm *lt = localtime(&t);
+        if (!lt) return false;
+        kept = *lt;
+        last = t;
+    }
+    now = kept;
     return true;
 }
 
