@@ -135,10 +135,14 @@ int _DBAppendRecord(int32_t *recno) {
         if (b.nr > 0 && b.nr < b.rl && b.fr + b.nr == k) {
             slot = b.nr;
         } else {
+            // A block of our own appends that ends just before record k,
+            // once flushed, has put records up to k - 1 and the end mark in
+            // the file: its length need not be asked for again.
+            const bool follows = (b.s & 0x20) && b.nr > 0 && b.fr + b.nr == k;
             if (b.s != 0 && _DBFlushFile() != 0) return DBerrno;
             // Every earlier record is in the file now: the block joined
             // above follows records already checked.
-            if (_fileReaches(d, off) != 0) return DBerrno;
+            if (!follows && _fileReaches(d, off) != 0) return DBerrno;
             b.fr = k;
             b.nr = 0;
         }
