@@ -84,6 +84,9 @@
 #include "memo.h"
 #include "os.h"
 
+#include <errno.h>
+#include <unistd.h>
+
 #include <cstdio>
 
 namespace {
@@ -203,10 +206,14 @@ int _store(char *mark, _Image &m) {
     int fd = -1;
     if (DBosCreateFile(&fd, mark) != 0) return DBerrno;
     DBerrno = 0;
-    // On the disk before the first file changes its name, so that a power
-    // loss, not only a crash, leaves a marker the repair can use.
-    int rc = DBosWriteData(fd, m.b.get(), static_cast<int>(m.n), 1);
+    int rc = DBosWriteData(fd, m.b.get(), static_cast<int>(m.n), 0);
     if (rc != 0) here.log(rc, __LINE__);
+    // On the disk before the first file changes its name, so that a power
+    // loss, not only a crash, leaves a marker the repair can use. The file
+    // layer's flush makes no sync (writes reach the system at once, which
+    // is all a crash needs): this one file asks for it itself. A file
+    // system that cannot sync (EINVAL) keeps what a crash needs.
+    if (rc == 0 && fsync(fd) != 0 && errno != EINVAL) rc = here.fail(DBE_FLUSH, __LINE__);
     const int crc = DBosCloseFile(fd);
     if (rc == 0) rc = crc;
     if (rc != 0) _DBosDeleteFile(mark);
