@@ -39,8 +39,8 @@ if(NOT XB_FLAVOR STREQUAL "asan")
 endif()
 
 
-# Mutation drivers from fuzz/: damaged tables, memo files and random key
-# expressions must give statuses, never a crash (the sanitizer build makes
+# Mutation drivers from fuzz/: damaged tables, memo files, random key
+# expressions and date and time texts must give statuses, never a crash (the sanitizer build makes
 # any stray read or write fatal). A few hundred rounds per run keep them
 # quick; run them by hand with more rounds and other seeds.
 file(GLOB XB_FUZZ_SRC CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/fuzz/*.cpp)

@@ -1,8 +1,8 @@
 // test_dates.cpp - day numbers by the average-year rule, the fifteen date styles both ways, the composites
-// and blank dates, the default style, hostile input, and the error log of dates and times.
+// and blank dates, the default style, and the error log of dates and times. (Random and hostile texts:
+// fuzz/fuzz_dates.cpp.)
 #include <cstdlib>
 #include <cstring>
-#include <random>
 
 #include "xbtest.h"
 
@@ -184,35 +184,4 @@ TEST_F(LibTest, FailuresAreLoggedUnderEachFunctionsOwnName) {
                    "ctsdiff\t-221 cti2s\t-212 ctsget\t-212 ");
 }
 
-// Random, mutated, over-long and extreme texts in every style and in styles that do not exist: known statuses
-// only, the composites agree, and accepted texts convert to style 4 and parse back the same.
-TEST_F(LibTest, GarbageDateTexts) {
-    std::mt19937 rng(20240229);
-    const char alphabet[] = "0123456789/.-\\ :+xA\t\x80\xff";
-    std::vector<std::string> texts = {std::string(1000, '1'), std::string(1000, '/'), "99/99/99", "-2147483648",
-                                      "2147483647/1/1", "1/1/99999999", "9999/9999"};
-    for (int i = 0; i < 20000; ++i) {
-        char date[11] = "";
-        std::string s(rng() % 14, ' ');
-        for (char &ch : s) ch = alphabet[rng() % (sizeof alphabet - 1)];
-        if (i % 2 && DBLongDateToStr(date, 1 + rng() % 15, 1 + rng() % 3652059) == 0) s = date;
-        if (!s.empty() && i % 3) s[rng() % s.size()] = alphabet[rng() % (sizeof alphabet - 1)];
-        texts.push_back(s);
-    }
-    long unexpected = 0, accepted = 0;
-    for (const std::string &s : texts)
-        for (int style = -1; style <= 17; ++style) {
-            Buf t = text(s);
-            char out[11];
-            int y = 0, m = 0, d = 0, y2, m2, d2;
-            const int rc = DBStrDateTo3(&y, &m, &d, t.data(), style);
-            unexpected += compositesDisagree(t.data(), style, rc, y) + (rc && rc != BLANK && rc != BAD && rc != CMD);
-            accepted += rc == 0;
-            if (rc == 0)
-                unexpected += DBConvertDateStr(out, 4, t.data(), style) != 0 ||
-                              DBStrDateTo3(&y2, &m2, &d2, out, 4) != 0 || ymd(y, m, d) != ymd(y2, m2, d2);
-        }
-    EXPECT_EQ(unexpected, 0);
-    EXPECT_GT(accepted, 3000);  // a third of the printed dates are left whole
-}
 }  // namespace

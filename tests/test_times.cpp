@@ -1,8 +1,7 @@
 // test_times.cpp - time texts in both styles: the reprint-and-compare parser, printing, seconds between two
-// texts, hostile input, and the local clock that dates and times read.
+// texts, every time of day, and the local clock that dates and times read.
 #include <cstdlib>
 #include <ctime>
-#include <random>
 
 #include "xbtest.h"
 
@@ -74,14 +73,9 @@ TEST_F(LibTest, ClockMatchesTheLocalTime) {
     FAIL() << "the clock kept moving";
 }
 
-// Every time of day parses to itself in both styles; random, mutated, over-long and extreme texts in every
-// style get known statuses only, and the accepted ones print back the same.
-TEST_F(LibTest, EveryTimeOfDayAndGarbageTexts) {
-    std::mt19937 rng(86399);
-    const char alphabet[] = "0123456789:: -+x\t\xff";
-    std::vector<std::string> texts = {std::string(1000, ':'), std::string(1000, '9'), "-9999:::", "99999:0:",
-                                      "2147483647", "-2147483648:0:0", "0:0:0:0:", "\x01\x02\x03\x04"};
-    long unexpected = 0, accepted = 0;
+// Every time of day parses to itself in both styles.
+TEST_F(LibTest, EveryTimeOfDay) {
+    long unexpected = 0;
     for (int t = 0; t < 86400; ++t) {
         char s1[16], s2[16];
         int h, m, s;
@@ -89,23 +83,7 @@ TEST_F(LibTest, EveryTimeOfDayAndGarbageTexts) {
         std::snprintf(s2, sizeof s2, "%02d%02d", t / 3600, t / 60 % 60);
         unexpected += DBStrTimeTo3(&h, &m, &s, s1, 1) != 0 || h * 3600 + m * 60 + s != t ||
                       DBStrTimeTo3(&h, &m, &s, s2, 2) != 0 || h * 3600 + m * 60 + s != t - t % 60;
-        std::string g(rng() % 11, ' ');
-        for (char &ch : g) ch = alphabet[rng() % (sizeof alphabet - 1)];
-        if (t % 2) (g = t % 4 == 1 ? s1 : s2)[rng() % g.size()] = alphabet[rng() % (sizeof alphabet - 1)];
-        if (t % 2 || t % 3 == 0) texts.push_back(g);  // half the times mutated, a sixth random texts
     }
-    for (const std::string &s : texts)
-        for (int style = -1; style <= 3; ++style) {
-            auto t = text(s);
-            int h, m, sec;
-            char out[9];
-            const int rc = DBStrTimeTo3(&h, &m, &sec, t.data(), style);
-            accepted += rc == 0;
-            unexpected += (rc != 0 && rc != BAD && rc != CMD) ||
-                          (rc == 0 && (DBTime3ToStr(out, style, h, m, sec) != 0 ||
-                                       (s[0] == ' ' ? ' ' + std::string(out + 1) : out) != s));
-        }
     EXPECT_EQ(unexpected, 0);
-    EXPECT_GT(accepted, 1000);
 }
 }  // namespace
