@@ -40,9 +40,10 @@ endif()
 
 
 # Mutation drivers from fuzz/: damaged tables, memo files, random key
-# expressions and date and time texts must give statuses, never a crash (the sanitizer build makes
-# any stray read or write fatal). A few hundred rounds per run keep them
-# quick; run them by hand with more rounds and other seeds.
+# expressions and random date and time texts must give statuses, never a
+# crash (the sanitizer build makes any stray read or write fatal). A few
+# hundred rounds per run keep them quick; run them by hand with more rounds
+# and other seeds.
 file(GLOB XB_FUZZ_SRC CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/fuzz/*.cpp)
 foreach(src ${XB_FUZZ_SRC})
   get_filename_component(name ${src} NAME_WE)
