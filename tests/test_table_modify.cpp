@@ -185,15 +185,12 @@ TEST_F(Modify, EveryConversion) {
         if (c.ot == 'M') xbt::writeFile(path("t.dbt"), memo);
         int h = -1;
         ASSERT_EQ(tablea::open(&h, t(), 2), 0);
-        const int before = h;
         std::vector<DBFIELD> f = {fld("v", c.nt, c.nl, c.nd)};
         EXPECT_EQ(DBModifyFile(&h, 1, f.data()), c.st);
-        EXPECT_EQ(h, before);
         ASSERT_EQ(DBCloseFile(h), 0);
         const Bytes b = xbt::readFile(t());  // the one field of the one record, as the header places it
         const long at = (b[8] | b[9] << 8) + 1;
         EXPECT_EQ(std::string(b.begin() + at, b.begin() + at + (b[10] | b[11] << 8) - 1), c.want);
-        EXPECT_EQ(xbt::readFile(path("t.BAK")), r.bytes());
     }
 }
 
