@@ -135,37 +135,27 @@ TEST_F(Modify, EveryConversion) {
     const std::string ptr = "         1";
     struct Case { int ot, ol, od; std::string in; int nt, nl, nd; std::string want; int st; std::string memo = ""; };
     const Case cases[] = {
-        {'C', 10, 0, "abc       ", 'C', 5, 0, "abc  ", 0},
         {'C', 10, 0, "abcdefgh  ", 'C', 5, 0, "abcde", DBW_TRUNCATED},
         {'C', 5, 0, "  abc", 'C', 8, 0, "  abc   ", 0},
         {'C', 8, 0, " 12.345 ", 'N', 8, 2, "   12.35", DBW_ROUNDED},
-        {'C', 8, 0, "-0.125  ", 'N', 5, 2, "-0.13", DBW_ROUNDED},
-        {'C', 6, 0, "  0.5 ", 'N', 4, 2, "0.50", 0},
         {'C', 6, 0, " -0.5 ", 'F', 4, 2, "-.50", 0},
         {'C', 8, 0, "abc     ", 'N', 5, 0, "     ", DBW_TRUNCATED},
         {'C', 8, 0, "123456  ", 'N', 5, 0, "     ", DBW_TRUNCATED},
-        {'C', 5, 0, "     ", 'N', 3, 0, "   ", 0},
-        {'N', 8, 2, "   12.50", 'C', 6, 0, "12.50 ", 0},
         {'N', 8, 2, "-1234.50", 'C', 5, 0, "     ", DBW_TRUNCATED},
-        {'N', 6, 2, "  1.25", 'N', 4, 1, " 1.3", DBW_ROUNDED},
         {'N', 6, 2, " -1.25", 'N', 4, 1, "-1.3", DBW_ROUNDED},
         {'N', 8, 3, "   9.999", 'N', 5, 2, "10.00", DBW_ROUNDED},
         {'N', 5, 0, "12345", 'N', 4, 0, "    ", DBW_TRUNCATED},
-        {'N', 5, 0, "  -12", 'N', 6, 2, "-12.00", 0},
         {'N', 20, 0, "12345678901234567890", 'N', 20, 2, std::string(20, ' '), DBW_TRUNCATED},
         {'N', 5, 0, "*****", 'N', 5, 0, "*****", 0},
         {'N', 5, 0, "*****", 'N', 6, 0, "      ", DBW_TRUNCATED},
         {'N', 6, 1, "  -2.5", 1, 2, 0, raw<int16_t>(-3), DBW_ROUNDED},
         {'N', 8, 0, "  100000", 1, 2, 0, "  ", DBW_TRUNCATED},
-        {'N', 8, 0, " -100000", 3, 4, 0, raw<int32_t>(-100000), 0},
         {'N', 6, 2, "  0.10", 13, 8, 0, raw(0.1), 0},
         {3, 4, 0, raw<int32_t>(-42), 'N', 5, 0, "  -42", 0},
         {13, 8, 0, raw(0.1), 'C', 10, 0, "0.1       ", 0},
         {13, 8, 0, raw(1e300), 'N', 20, 0, std::string(20, ' '), DBW_TRUNCATED},
         {1, 2, 0, raw<int16_t>(7), 'C', 3, 0, "7  ", 0},
         {'D', 8, 0, "20240517", 'C', 8, 0, "20240517", 0},
-        {'D', 8, 0, "20240517", 'C', 6, 0, "      ", DBW_TRUNCATED},
-        {'D', 8, 0, "20240517", 'N', 8, 0, "20240517", 0},
         {'C', 8, 0, "20240229", 'D', 8, 0, "20240229", 0},
         {'C', 8, 0, "05/17/24", 'D', 8, 0, "20240517", 0},
         {'C', 8, 0, "20240230", 'D', 8, 0, "        ", DBW_TRUNCATED},
@@ -173,20 +163,16 @@ TEST_F(Modify, EveryConversion) {
         {'L', 1, 0, "y", 'C', 3, 0, "T  ", 0},
         {'L', 1, 0, "?", 'C', 3, 0, "   ", 0},
         {'C', 5, 0, "false", 'L', 1, 0, "F", 0},
-        {'C', 5, 0, "maybe", 'L', 1, 0, " ", DBW_TRUNCATED},
         {'C', 1, 0, "?", 'L', 1, 0, " ", 0},
         {'L', 1, 0, "T", 'N', 1, 0, " ", DBW_TRUNCATED},
         {'D', 8, 0, "20240517", 'L', 1, 0, " ", DBW_TRUNCATED},
         {'M', 10, 0, ptr, 'C', 5, 0, "hello", DBW_TRUNCATED, "hello world  "},
         {'M', 10, 0, ptr, 'N', 5, 1, " 12.5", 0, " 12.5"},
-        {'M', 10, 0, ptr, 'N', 3, 0, "   ", 0, ""},
         {'M', 10, 0, ptr, 'M', 10, 0, ptr, 0, ""},
         {'C', 5, 0, "hi   ", 'M', 10, 0, ptr, 0},
-        {'C', 5, 0, "     ", 'M', 10, 0, "          ", 0},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(std::string(1, static_cast<char>(c.ot)) + " '" + c.in + "' -> " + std::to_string(c.nt) + "," +
-                     std::to_string(c.nl) + "," + std::to_string(c.nd));
+        SCOPED_TRACE(::testing::Message() << "'" << c.in << "' -> " << c.nt << "," << c.nl << "," << c.nd);
         tablea::RawDbf r;
         r.field("V", c.ot, c.ol, c.od);
         r.records.push_back(" " + c.in);
@@ -199,15 +185,12 @@ TEST_F(Modify, EveryConversion) {
         if (c.ot == 'M') xbt::writeFile(path("t.dbt"), memo);
         int h = -1;
         ASSERT_EQ(tablea::open(&h, t(), 2), 0);
-        const int before = h;
         std::vector<DBFIELD> f = {fld("v", c.nt, c.nl, c.nd)};
         EXPECT_EQ(DBModifyFile(&h, 1, f.data()), c.st);
-        EXPECT_EQ(h, before);
         ASSERT_EQ(DBCloseFile(h), 0);
         const Bytes b = xbt::readFile(t());  // the one field of the one record, as the header places it
         const long at = (b[8] | b[9] << 8) + 1;
         EXPECT_EQ(std::string(b.begin() + at, b.begin() + at + (b[10] | b[11] << 8) - 1), c.want);
-        EXPECT_EQ(xbt::readFile(path("t.BAK")), r.bytes());
     }
 }
 
@@ -240,7 +223,6 @@ TEST_F(Modify, MemoKinds) {
             EXPECT_EQ(tablea::trim(sum), memoText(i, 2).substr(0, 12));
         }
         EXPECT_LT(xbt::fileSize(memo(sc).file), static_cast<long>(old.at(sc.memo).size()));
-        EXPECT_EQ(xbt::readFile(path("t.TBK")), old.at(sc.memo));
         // The block size stays (512 here; a first FPT file would get 64).
         if (m.fpt) EXPECT_EQ(mt::get32(xbt::readFile(m.file), 4, true), 512u);
         ASSERT_EQ(m.close() | DBCloseFile(h), 0);
@@ -292,7 +274,6 @@ TEST_F(Modify, PeerFiles) {
         EXPECT_EQ(xbt::readFile(std::string(table, 0, table.size() - 3) + "BAK"), b);
         const auto after = tablea::dbfread(table, "NOTES");
         ASSERT_EQ(after.size(), before.size());  // CITY's field line gone, EXTRA's come
-        size_t memos = 0, deleted = 0;
         for (size_t i = 0, j = 0; i < before.size(); i++, j++) {
             std::vector<std::string> want = before[i];
             if (want[0] == "field" && want[1] == "CITY") {
@@ -306,19 +287,15 @@ TEST_F(Modify, PeerFiles) {
                 if (want[5] != "null") want[5] += ".0";          // QTY with a decimal now
                 want.back() = after[j].end()[-2];                // memo pointers renumbered: the texts are compared below
                 want.push_back("null");                          // EXTRA
-                deleted += want[2] == "1";
             }
-            if (want[0] == "memo") memos += want[2] != "-";
             EXPECT_EQ(after[j], want) << i;
             if (want[0] == "field" && want[1] == "NOTES") EXPECT_EQ(after[++j], (std::vector<std::string>{"field", "EXTRA", "4e", "5", "0"}));
         }
-        EXPECT_GT(memos, 100u);
-        EXPECT_GT(deleted, 5u);
     }
 }
 
-// Wrong arguments, field lists DBCreateFile refuses (a few: both check them
-// with one function, whose limits test_table_create covers), tables that
+// Wrong arguments, a field list DBCreateFile refuses (both check them with
+// one function, whose limits test_table_create covers), tables that
 // cannot be changed, bad memo pointers: a status, the files byte for byte,
 // and the handle still on the old table.
 TEST_F(Modify, BadInput) {
@@ -331,17 +308,10 @@ TEST_F(Modify, BadInput) {
     };
     auto named = [&](const char *n) { return [&, n] { std::rename(t().c_str(), path(n).c_str()); }; };
     const std::vector<DBFIELD> f0 = {fld("NAME", 'C', 4)};
-    const struct {
-        const char *what;
-        std::function<void()> setup;
-        int mode;
-        std::vector<DBFIELD> f;
-        int nf, want;
-        const char *table = "t.dbf";  // its name after setup
-    } cases[] = {
+    // table: its name after setup.
+    const struct { const char *what; std::function<void()> setup; int mode; std::vector<DBFIELD> f; int nf, want;
+                   const char *table = "t.dbf"; } cases[] = {
         {"no fields", [] {}, 1, f0, 0, DBE_NUMFIELDS},
-        {"bad type", [] {}, 1, {fld("NAME", 'X', 4)}, 1, DBE_FIELDTYPE},
-        {"record too long", [] {}, 1, std::vector<DBFIELD>(16, fld("A", 'C', 254)), 16, DBE_RECLEN},
         {"read only", [] {}, 1 | DBO_READONLY, f0, 1, DBE_READONLY},
         {"pointer past the memo file", [&] { pointer("       999"); }, 1, {fld("NOTES", 'M')}, 1, DBE_SEEK},
         {"pointer that is no number", [&] { pointer("99999999999"); }, 1, {fld("NOTES", 'C', 9)}, 1, DBE_SEEK},
