@@ -134,7 +134,6 @@ using Move = int (*)(int, char *, int32_t *);
 struct Fam {
     const char *name, *ext;
     int page;               // bytes of a page (NTX) or node block (NDX)
-    uint32_t (*root)(const std::vector<uint8_t> &);  // the root's file offset, from the header
     int (*create)(char *, int, char *, int, int);
     int (*open)(short *, char *, int);
     int (*close)(int);
@@ -168,15 +167,13 @@ int info(int (*get)(int, I *), int h, Info *out) {
     if (out) *out = {i.keylen, i.keytype, i.lockt, i.flags, i.expr};
     return rc;
 }
-inline const Fam kNtx = {"NTX", ".ntx", 1024, [](const std::vector<uint8_t> &b) { return le32(b, 4); },
-    DBclCreateIndex, DBclOpenIndex, DBclCloseIndex, DBclAddKey, DBclDeleteKey, DBclKeySearch, DBclGoFirstKey,
-    DBclGoLastKey, DBclGoNextKey, DBclGoPreviousKey, DBclGetCurrentKey, DBclLockIndex, DBclRLockIndex,
-    DBclUnLockIndex, DBclFlushIndex, DBclGetSetCacheSize, DBclCheckIndex,
+inline const Fam kNtx = {"NTX", ".ntx", 1024, DBclCreateIndex, DBclOpenIndex, DBclCloseIndex, DBclAddKey,
+    DBclDeleteKey, DBclKeySearch, DBclGoFirstKey, DBclGoLastKey, DBclGoNextKey, DBclGoPreviousKey, DBclGetCurrentKey,
+    DBclLockIndex, DBclRLockIndex, DBclUnLockIndex, DBclFlushIndex, DBclGetSetCacheSize, DBclCheckIndex,
     [](int h, Info *i) { return info(DBclGetIndexInfo, h, i); }};
-inline const Fam kNdx = {"NDX", ".ndx", 512, [](const std::vector<uint8_t> &b) { return le32(b, 0) * 512; },
-    DBd3CreateIndex, DBd3OpenIndex, DBd3CloseIndex, DBd3AddKey, DBd3DeleteKey, DBd3KeySearch, DBd3GoFirstKey,
-    DBd3GoLastKey, DBd3GoNextKey, DBd3GoPreviousKey, DBd3GetCurrentKey, DBd3LockIndex, DBd3RLockIndex,
-    DBd3UnLockIndex, DBd3FlushIndex, DBd3GetSetCacheSize, DBd3CheckIndex,
+inline const Fam kNdx = {"NDX", ".ndx", 512, DBd3CreateIndex, DBd3OpenIndex, DBd3CloseIndex, DBd3AddKey,
+    DBd3DeleteKey, DBd3KeySearch, DBd3GoFirstKey, DBd3GoLastKey, DBd3GoNextKey, DBd3GoPreviousKey, DBd3GetCurrentKey,
+    DBd3LockIndex, DBd3RLockIndex, DBd3UnLockIndex, DBd3FlushIndex, DBd3GetSetCacheSize, DBd3CheckIndex,
     [](int h, Info *i) { return info(DBd3GetIndexInfo, h, i); }};
 
 // The index at p opened (a refusal fails the test); its handle.
