@@ -140,9 +140,6 @@ TEST_F(IndexTree, SearchModesAndNavigation) {
         std::stable_sort(want.begin(), want.end(), [](const KeyLine &a, const KeyLine &b) { return a.key < b.key; });
         EXPECT_TRUE(idx::same(idx::walk(f, h, 4), want));
         idx::check(f, h, "built by adds");
-        // No place yet: next starts at the first key.
-        ASSERT_EQ(f.next(h, key, &rec), 0);
-        EXPECT_EQ(rec, 1);
         // Every mode for each key, absent ones between and above them, and
         // one below them all; each entry by key and record (mode 2), runs of
         // 12 equal keys among them.
