@@ -34,7 +34,6 @@ TEST_F(IndexTree, RandomAddsAndDeletesMatchTheModel) {
         {X, "k200 non-unique", 'C', 200, false, 0, 3000, 300, 7, 25, 1000},
         {X, "k200 unique write-through", 'C', 200, true, DBO_FLUSH, 3000, 400, 7, 25, 1000},
         {X, "k6 duplicates", 'C', 6, false, 0, 20000, 40, 7, 500, 1000},
-        {D, "k100 non-unique", 'C', 100, false, 0, 3000, 300, 4, 20, 2500},
         {D, "k100 unique write-through", 'C', 100, true, DBO_FLUSH, 2000, 400, 4, 20, 2500},
         {D, "k4 duplicates", 'C', 4, false, 0, 30000, 40, 4, 600, 2500},
         {D, "numeric unique", 'N', 8, true, 0, 20000, 4000, 0, 600, 2500},
