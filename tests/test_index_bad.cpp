@@ -76,6 +76,20 @@ protected:
             EXPECT_EQ(xbt::readFile(p), before) << c.what;
         }
     }
+    // A damaged copy that opens: walks and a search for probe give use, the
+    // loose and the strict check their statuses, the loose one's message
+    // naming what.
+    void opens(const Fam &f, const std::string &p, const char *probe, int use, int loose, int strict,
+               const char *what = "") {
+        short h = -1;
+        ASSERT_EQ(f.open(&h, cs(p.c_str()), 0), 0) << p;
+        EXPECT_EQ(idx::use(f, h, probe), use);
+        DBINDEXCHECK chk;
+        EXPECT_EQ(f.check(h, &chk, 0), loose) << chk.msg;
+        EXPECT_NE(std::string(chk.msg).find(what), std::string::npos) << chk.msg;
+        EXPECT_EQ(f.check(h, &chk, 1), strict) << chk.msg;
+        EXPECT_EQ(f.close(h), 0);
+    }
     // Cut files, access codes and names, common to both families: cut in the
     // header, a read failure; cut to no whole page, open with 207 and the
     // missing pages read failures.
@@ -112,10 +126,7 @@ TEST_F(IndexBad, NtxHeadersAndPages) {
     // The unrounded page capacity some producers store is accepted (34 for
     // an item of 28 bytes), with its own half as the minimum; Harbour's
     // pages, laid out for 32 keys, then no longer fit it.
-    short h = -1;
-    ASSERT_EQ(f.open(&h, cs(damaged(f, ntx_, {{18, le16(34)}, {20, le16(17)}}).c_str()), 0), 0);
-    EXPECT_EQ(idx::use(f, h, "Q"), DBE_CORRUPT);
-    EXPECT_EQ(f.close(h), 0);
+    opens(f, damaged(f, ntx_, {{18, le16(34)}, {20, le16(17)}}), "Q", DBE_CORRUPT, DBE_CORRUPT, DBE_CORRUPT);
     cutAndNamed(f, ntx_, 12000);  // the root, at 11264, is cut
     const size_t root = 0x2C00;
     auto off = [&](int i) { return root + (ntx_[root + 2 + 2 * i] | ntx_[root + 3 + 2 * i] << 8); };
@@ -123,9 +134,7 @@ TEST_F(IndexBad, NtxHeadersAndPages) {
     broken(f, ntx_, {
         {"count above the page's room", {{root, le16(33)}}, DBE_CORRUPT},
         {"offset outside the page", {{root + 2, le16(1020)}}, DBE_CORRUPT},
-        {"offset inside the offsets", {{root + 4, le16(10)}}, DBE_CORRUPT},
         {"two offsets on one slot", {{root + 4, le16(static_cast<int>(off(0) - root))}}, DBE_CORRUPT},
-        {"child past the end", {{off(0), le32(1 << 20)}}, DBE_SEEK},
         {"child pointing at the root", {{off(0), le32(root)}}, DBE_CORRUPT},
         {"child not a page", {{off(0), le32(3000)}}, DBE_SEEK}}, " ");
     // A free list that loops (the header names a page whose link names
@@ -133,13 +142,8 @@ TEST_F(IndexBad, NtxHeadersAndPages) {
     Bytes b = ntx_;
     b.resize(b.size() + 1024);
     const int64_t extra = static_cast<int64_t>(ntx_.size());
-    const std::string p = damaged(f, b, {{8, le32(extra)}, {static_cast<size_t>(extra), le32(extra)}});
-    ASSERT_EQ(f.open(&h, cs(p.c_str()), 0), 0);
-    EXPECT_EQ(idx::use(f, h, "Q"), 0);
-    DBINDEXCHECK chk;
-    EXPECT_EQ(f.check(h, &chk, 0), DBE_CORRUPT);
-    EXPECT_NE(std::string(chk.msg).find("free"), std::string::npos) << chk.msg;
-    EXPECT_EQ(f.close(h), 0);
+    opens(f, damaged(f, b, {{8, le32(extra)}, {static_cast<size_t>(extra), le32(extra)}}), "Q", 0, DBE_CORRUPT,
+          DBE_CORRUPT, "free");
 }
 
 // Our own NDX of 300 keys, three levels.
@@ -161,22 +165,16 @@ TEST_F(IndexBad, NdxHeadersAndNodes) {
         {"expression empty", {{24, {0}}}, DBE_BADEXPR}});
     // Fewer keys a node than the block holds is another writer's choice:
     // accepted, and the strict check finds our fuller nodes.
-    short h = -1;
-    DBINDEXCHECK chk;
-    ASSERT_EQ(f.open(&h, cs(damaged(f, ndx_, {{14, le16(3)}}).c_str()), 0), 0);
-    EXPECT_EQ(f.check(h, &chk, 0), 0) << chk.msg;
-    EXPECT_EQ(f.check(h, &chk, 1), DBE_CORRUPT);
-    EXPECT_EQ(f.close(h), 0);
+    opens(f, damaged(f, ndx_, {{14, le16(3)}}), "K10000", 0, 0, DBE_CORRUPT);
     const size_t root = idx::le32(ndx_, 0) * 512;
+    short h = -1;
     EXPECT_EQ(f.open(&h, cs(damaged(f, ndx_, {}, static_cast<long>(root)).c_str()), 0), DBE_ROOTPAGE);
     cutAndNamed(f, ndx_, static_cast<long>(ndx_.size()) - 100);
     auto block = [&](size_t at) { return static_cast<size_t>(idx::le32(ndx_, at)) * 512; };
     const size_t c0 = block(root + 4), leaf0 = block(c0 + 4);
     broken(f, ndx_, {
         {"count past the block", {{root, le32(11)}}, DBE_CORRUPT},
-        {"child past the end", {{root + 4, le32(1 << 20)}}, DBE_SEEK},
         {"child past 2 GiB", {{root + 4, le32(0x40000000)}}, DBE_SEEK},
-        {"child pointing at the root", {{root + 4, le32(static_cast<int64_t>(root / 512))}}, DBE_CORRUPT},
         {"a leaf below the root without keys", {{leaf0, le32(0)}}, DBE_CORRUPT},
         {"a cycle below the root", {{c0 + 4, le32(static_cast<int64_t>(c0 / 512))}}, DBE_CORRUPT}}, "K10000");
     // A key that goes down the root's second child: just above its first
@@ -186,21 +184,13 @@ TEST_F(IndexBad, NdxHeadersAndNodes) {
     std::string second(reinterpret_cast<const char *>(&ndx_[root + 4 + 8]), 40);
     second[6] = '!';
     broken(f, ndx_, {{"child 0 in the middle", {{root + 4 + 48, le32(0)}}, DBE_SEEK}}, second);
-    ASSERT_EQ(f.open(&h, cs(damaged(f, ndx_, {{root + 12, Bytes(6, '!')}}).c_str()), 0), 0);
-    EXPECT_EQ(f.check(h, &chk, 0), DBE_CORRUPT);
-    EXPECT_NE(std::string(chk.msg).find("greatest"), std::string::npos) << chk.msg;
-    EXPECT_EQ(f.close(h), 0);
-    ASSERT_EQ(f.open(&h, cs(damaged(f, ndx_, {{root + 12, Bytes(second.begin(), second.end())}}).c_str()), 0), 0);
-    EXPECT_EQ(f.check(h, &chk, 0), 0) << chk.msg;
-    EXPECT_EQ(f.check(h, &chk, 1), DBE_CORRUPT);
-    EXPECT_EQ(idx::use(f, h, "K10000"), 0);
-    EXPECT_EQ(f.close(h), 0);
+    opens(f, damaged(f, ndx_, {{root + 12, Bytes(6, '!')}}), second.c_str(), 0, DBE_CORRUPT, DBE_CORRUPT, "greatest");
+    opens(f, damaged(f, ndx_, {{root + 12, Bytes(second.begin(), second.end())}}), "K10000", 0, 0, DBE_CORRUPT);
 }
 
-// Wrong arguments and handles, read-only refusals; termination closes what
-// is left open, writing what was pending. The calls are one implementation
-// for both families (btclip.h): NTX stands for both, NDX gives the handle
-// of another family.
+// Wrong arguments and handles, read-only refusals. The calls are one
+// implementation for both families (btclip.h): NTX stands for both, NDX
+// gives the handle of another family.
 TEST_F(IndexBad, ArgumentsAndHandles) {
     const std::string t = idx::openableTable(*this, path("t.dbf"), "hbntx.dbf");
     int th = -1;
@@ -250,15 +240,6 @@ TEST_F(IndexBad, ArgumentsAndHandles) {
     ASSERT_EQ(other.close(oh), 0);
     EXPECT_EQ(f.close(h), 0);
     EXPECT_EQ(f.first(h, key, &rec), DBE_BADHANDLE);
-    ASSERT_EQ(f.open(&h, cs(p.c_str()), 0), 0);
-    ASSERT_EQ(f.add(h, cs("Zzz"), 301), 0);
-    DBTerminate();
-    ASSERT_EQ(DBInitialize(64, 2), 0);
-    ASSERT_EQ(f.open(&h, cs(p.c_str()), 0), 0);
-    std::strcpy(key, "Zzz");
-    EXPECT_EQ(f.search(h, key, &rec, 1), 0);
-    EXPECT_EQ(rec, 301);
-    idx::check(f, h, "after termination");
 }
 
 }  // namespace

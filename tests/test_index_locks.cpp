@@ -133,9 +133,6 @@ TEST_F(IndexLocks, TwoWritersAndAReaderThatSeesASoundTreeAtEveryLock) {
             ASSERT_EQ(f.unlock(h), 0);
             usleep(2000);
         }
-        // How many looks fall while the writers run is up to the scheduler;
-        // the last one, after both ended, sees every key.
-        EXPECT_EQ(seen, 2 * kEach);
         idx::Model want(false);
         for (int32_t rec = 1; rec <= 2 * kEach; rec++) want.add(key(rec), rec);
         EXPECT_TRUE(idx::same(idx::walk(f, h, 8), want.entries())) << "both writers";

@@ -1,78 +1,14 @@
-// NDX files we write, against the layout drawn in ndx.h, read here by a
-// reader of the test's own: the header of a new file byte by byte; bulk
-// builds over a table (character, numeric and date keys, unique and not)
-// node by node; trees changed by adds and deletes node by node; the key
-// conversions.
+// NDX files we write, against the layout drawn in ndx.h, read by the
+// test's own reader (ndx_util.h): the header of a new file byte by byte;
+// bulk builds over a table (character, numeric and date keys, unique and
+// not) node by node; the key conversions. (Trees changed by adds and
+// deletes, node by node: IndexTree.RandomAddsAndDeletesMatchTheModel.)
 #include "ndx_util.h"
 
 using idx::cs;
 using idx::KeyLine;
 
 namespace {
-
-// An independent reading of an NDX file by the documented layout. Fails the
-// test at the first byte that disagrees; returns the leaf entries left to
-// right, which the callers compare with the entries in key order.
-struct Layout {
-    std::vector<uint8_t> b;
-    int k = 0, m = 0, il = 0;
-    int leafDepth = -1;
-    long minFill = 1 << 30;
-    uint32_t le32(size_t at) const { return idx::le32(b, at); }
-    int le16(size_t at) const { return idx::le16(b, at); }
-    // Greatest key of the subtree at block, after checking it.
-    std::string node(uint32_t block, int depth, bool root, std::vector<KeyLine> &out) {
-        EXPECT_GT(block, 0u);
-        EXPECT_LT(static_cast<size_t>(block) * 512 + 512, b.size() + 1);
-        if (block == 0 || static_cast<size_t>(block) * 512 + 512 > b.size() || depth > 40) return {};
-        const size_t at = static_cast<size_t>(block) * 512;
-        const uint32_t n = le32(at);
-        const bool leaf = le32(at + 4) == 0;
-        if (!root) minFill = std::min<long>(minFill, leaf ? n : n + 1);
-        EXPECT_LE(n, static_cast<uint32_t>(m)) << "block " << block;
-        size_t used = 4 + n * il + (leaf ? 0 : 4);
-        for (size_t i = used; i < 512; i++) EXPECT_EQ(b[at + i], 0) << "block " << block << " unused byte " << i;
-        std::string top;
-        for (uint32_t i = 0; i < n + (leaf ? 0 : 1); i++) {
-            const size_t it = at + 4 + i * il;
-            const std::string key(reinterpret_cast<const char *>(&b[it + 8]), static_cast<size_t>(k));
-            if (i < n)
-                for (int p = 8 + k; p < il; p++) EXPECT_EQ(b[it + static_cast<size_t>(p)], 0) << "block " << block << " item " << i << " pad";
-            if (leaf) {
-                EXPECT_EQ(le32(it), 0u) << "block " << block;
-                out.push_back({static_cast<int32_t>(le32(it + 4)), key});
-                top = key;
-                continue;
-            }
-            EXPECT_NE(le32(it), 0u) << "block " << block << " child " << i;
-            if (i < n) EXPECT_EQ(le32(it + 4), 0u) << "block " << block << " record of interior item " << i;
-            const std::string sub = node(le32(it), depth + 1, false, out);
-            // The interior key is the greatest key of its child's subtree.
-            if (i < n) EXPECT_EQ(sub, key) << "block " << block << " interior key " << i;
-            top = sub;
-        }
-        if (leaf) {
-            if (leafDepth < 0) leafDepth = depth;
-            EXPECT_EQ(depth, leafDepth) << "block " << block;
-        }
-        return top;
-    }
-    std::vector<KeyLine> read(const std::string &f) {
-        b = xbt::readFile(f);
-        std::vector<KeyLine> out;
-        EXPECT_GE(b.size(), 1024u);
-        if (b.size() < 1024) return out;
-        k = le16(12), m = le16(14), il = le16(18);
-        EXPECT_EQ(il, (k + 8 + 3) / 4 * 4);
-        EXPECT_EQ(m, (512 - 8) / il);
-        EXPECT_EQ(static_cast<size_t>(le32(4)) * 512, b.size()) << "block count";
-        for (size_t i : {8, 9, 10, 11, 20, 21, 22}) EXPECT_EQ(b[i], 0) << "header byte " << i;
-        const size_t elen = std::strlen(reinterpret_cast<const char *>(&b[24]));
-        for (size_t i = 24 + elen; i < 512; i++) EXPECT_EQ(b[i], 0) << "header byte " << i;
-        node(le32(0), 0, true, out);
-        return out;
-    }
-};
 
 class NdxBuild : public xbt::LibTest {
 protected:
@@ -126,7 +62,8 @@ TEST_F(NdxBuild, NewFileByteByByte) {
 
 // Builds over the table: the entries the table gives, in key order and for
 // equal keys by record; every node by the layout; nodes but the root at
-// least half full. (DBd3MakeKey against stored keys: NdxXbase64.)
+// least half full. (DBd3MakeKey against stored keys: NdxXbase64. Our walks
+// and the whole-tree check read trees like these in every NDX suite.)
 TEST_F(NdxBuild, BuildsAgainstTheTableAndTheLayout) {
     struct Case { const char *name; int type; int len; const char *expr; char kind; bool unique; } cases[] = {
         {"name", 'C', 20, "NAME", 'C', false}, {"uname", 'C' | 0x80, 20, "NAME", 'C', true},
@@ -137,53 +74,15 @@ TEST_F(NdxBuild, BuildsAgainstTheTableAndTheLayout) {
         const std::string f = path(std::string(c.name) + ".ndx");
         ASSERT_EQ(DBd3BuildIndex(t_, cs(f.c_str()), c.type, cs(c.expr), c.len, 2), 0);
         const std::vector<KeyLine> want = ndxt::tableKeys(kRows, c.kind, c.unique);
-        Layout lay;
+        ndxt::Layout lay;
         EXPECT_TRUE(idx::same(lay.read(f), want));
         EXPECT_GE(lay.minFill, (lay.m + 1) / 2);
-        const short h = idx::openIndex(idx::kNdx, f);
-        EXPECT_TRUE(idx::same(idx::walk(idx::kNdx, h, lay.k), want));
-        EXPECT_EQ(idx::check(idx::kNdx, h, "built").keys, static_cast<int32_t>(want.size()));
-        ASSERT_EQ(DBd3CloseIndex(h), 0);
     }
     // A table without records gives the empty index create wrote.
     int eh = -1;
     ndxt::makeTable(path("empty.dbf"), &eh, 0);
     ASSERT_EQ(DBd3BuildIndex(eh, cs(path("e.ndx").c_str()), 'C', cs("NAME"), 20, 0), 0);
     EXPECT_EQ(xbt::fileSize(path("e.ndx")), 1024);
-}
-
-// A built tree changed by adds and deletes, buffered and write-through:
-// still every byte by the layout, interior keys exact, entries the model's;
-// and both ways of writing give the same file.
-TEST_F(NdxBuild, ChangedTreesStayByTheLayout) {
-    std::vector<uint8_t> files[2];
-    for (int mode : {0, DBO_FLUSH}) {
-        SCOPED_TRACE(mode);
-        const std::string f = path(mode ? "w.ndx" : "b.ndx");
-        ASSERT_EQ(DBd3BuildIndex(t_, cs(f.c_str()), 'C', cs("NAME"), 20, 0), 0);
-        const short h = idx::openIndex(idx::kNdx, f, mode);
-        idx::Model model(false);
-        for (const KeyLine &l : ndxt::tableKeys(kRows, 'C', false)) model.add(l.key, l.rec);
-        idx::Rng rng(3);
-        for (int i = 0; i < 4000; i++) {
-            if (rng.below(3) == 0 || model.empty()) {
-                std::string key = "M" + std::to_string(rng.below(4000));
-                key.resize(20, ' ');
-                model.add(key, kRows + 1 + i);
-                ASSERT_EQ(DBd3AddKey(h, cs(key.c_str()), kRows + 1 + i), 0) << i;
-            } else {
-                const KeyLine e = model.pick(rng.next());
-                model.del(e.key, e.rec);
-                ASSERT_EQ(DBd3DeleteKey(h, cs(e.key.c_str()), e.rec), 0) << i;
-            }
-        }
-        ASSERT_EQ(DBd3CloseIndex(h), 0);
-        files[mode ? 1 : 0] = xbt::readFile(f);
-        if (mode) continue;
-        Layout lay;
-        EXPECT_TRUE(idx::same(lay.read(f), model.entries()));
-    }
-    EXPECT_EQ(files[0], files[1]);
 }
 
 // The key forms: numbers as little-endian doubles, dates as Julian days.

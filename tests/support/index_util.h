@@ -134,7 +134,6 @@ using Move = int (*)(int, char *, int32_t *);
 struct Fam {
     const char *name, *ext;
     int page;               // bytes of a page (NTX) or node block (NDX)
-    uint32_t (*root)(const std::vector<uint8_t> &);  // the root's file offset, from the header
     int (*create)(char *, int, char *, int, int);
     int (*open)(short *, char *, int);
     int (*close)(int);
@@ -158,9 +157,6 @@ inline uint32_t be32(const Bytes &b, size_t at) {
 inline void put16(Bytes &b, size_t at, uint32_t v) {
     for (size_t i = 0; i < 2; i++) b[at + i] = static_cast<uint8_t>(v >> (8 * i));
 }
-inline void put32(Bytes &b, size_t at, uint32_t v) {
-    for (size_t i = 0; i < 4; i++) b[at + i] = static_cast<uint8_t>(v >> (8 * i));
-}
 inline void putBE32(Bytes &b, size_t at, uint32_t v) {
     for (size_t i = 0; i < 4; i++) b[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
 }
@@ -171,17 +167,14 @@ int info(int (*get)(int, I *), int h, Info *out) {
     if (out) *out = {i.keylen, i.keytype, i.lockt, i.flags, i.expr};
     return rc;
 }
-inline const Fam kNtx = {"NTX", ".ntx", 1024, [](const std::vector<uint8_t> &b) { return le32(b, 4); },
-    DBclCreateIndex, DBclOpenIndex, DBclCloseIndex, DBclAddKey, DBclDeleteKey, DBclKeySearch, DBclGoFirstKey,
-    DBclGoLastKey, DBclGoNextKey, DBclGoPreviousKey, DBclGetCurrentKey, DBclLockIndex, DBclRLockIndex,
-    DBclUnLockIndex, DBclFlushIndex, DBclGetSetCacheSize, DBclCheckIndex,
+inline const Fam kNtx = {"NTX", ".ntx", 1024, DBclCreateIndex, DBclOpenIndex, DBclCloseIndex, DBclAddKey,
+    DBclDeleteKey, DBclKeySearch, DBclGoFirstKey, DBclGoLastKey, DBclGoNextKey, DBclGoPreviousKey, DBclGetCurrentKey,
+    DBclLockIndex, DBclRLockIndex, DBclUnLockIndex, DBclFlushIndex, DBclGetSetCacheSize, DBclCheckIndex,
     [](int h, Info *i) { return info(DBclGetIndexInfo, h, i); }};
-inline const Fam kNdx = {"NDX", ".ndx", 512, [](const std::vector<uint8_t> &b) { return le32(b, 0) * 512; },
-    DBd3CreateIndex, DBd3OpenIndex, DBd3CloseIndex, DBd3AddKey, DBd3DeleteKey, DBd3KeySearch, DBd3GoFirstKey,
-    DBd3GoLastKey, DBd3GoNextKey, DBd3GoPreviousKey, DBd3GetCurrentKey, DBd3LockIndex, DBd3RLockIndex,
-    DBd3UnLockIndex, DBd3FlushIndex, DBd3GetSetCacheSize, DBd3CheckIndex,
+inline const Fam kNdx = {"NDX", ".ndx", 512, DBd3CreateIndex, DBd3OpenIndex, DBd3CloseIndex, DBd3AddKey,
+    DBd3DeleteKey, DBd3KeySearch, DBd3GoFirstKey, DBd3GoLastKey, DBd3GoNextKey, DBd3GoPreviousKey, DBd3GetCurrentKey,
+    DBd3LockIndex, DBd3RLockIndex, DBd3UnLockIndex, DBd3FlushIndex, DBd3GetSetCacheSize, DBd3CheckIndex,
     [](int h, Info *i) { return info(DBd3GetIndexInfo, h, i); }};
-inline const Fam *const kFams[] = {&kNtx, &kNdx};
 
 // The index at p opened (a refusal fails the test); its handle.
 inline short openIndex(const Fam &f, const std::string &p, int mode = 0) {
@@ -196,20 +189,17 @@ inline short newIndex(const Fam &f, const std::string &p, int keylen, int mode =
 }
 
 // Every entry (keys of k bytes, which may hold NULs), first to last or last
-// to first, given in index order: the moves of any family.
-inline std::vector<KeyLine> walk(Move first, Move next, Move last, Move prev, int h, int k, bool forward = true) {
+// to first, given in index order.
+inline std::vector<KeyLine> walk(const Fam &f, int h, int k, bool forward = true) {
     std::vector<KeyLine> out;
     char key[512];
     int32_t rec = 0;
-    int rc = (forward ? first : last)(h, key, &rec);
-    for (; rc == 0; rc = (forward ? next : prev)(h, key, &rec))
+    int rc = (forward ? f.first : f.last)(h, key, &rec);
+    for (; rc == 0; rc = (forward ? f.next : f.prev)(h, key, &rec))
         out.push_back({rec, std::string(key, static_cast<size_t>(k))});
     EXPECT_EQ(rc, out.empty() ? DBW_EMPTY : DBW_NOMOREKEYS);
     if (!forward) std::reverse(out.begin(), out.end());
     return out;
-}
-inline std::vector<KeyLine> walk(const Fam &f, int h, int k, bool forward = true) {
-    return walk(f.first, f.next, f.last, f.prev, h, k, forward);
 }
 inline ::testing::AssertionResult same(const std::vector<KeyLine> &got, const std::vector<KeyLine> &want) {
     if (got.size() != want.size())

@@ -1,6 +1,6 @@
 // ndx_util.h - what the NDX suites add to index_util.h: numeric and date
-// keys as the model and the layout reader see them, and the table of ours
-// that both suites index.
+// keys as the model and the layout reader see them, the table of ours
+// that both suites index, and a reader of NDX files by the layout.
 #pragma once
 
 #include "index_util.h"
@@ -120,5 +120,69 @@ inline std::vector<idx::KeyLine> tableKeys(int rows, char kind, bool unique) {
     }
     return inOrder(keys, kind == 'N' || kind == 'D', unique);
 }
+
+// An independent reading of an NDX file by the documented layout. Fails the
+// test at the first byte that disagrees; returns the leaf entries left to
+// right, which the callers compare with the entries in key order.
+struct Layout {
+    std::vector<uint8_t> b;
+    int k = 0, m = 0, il = 0;
+    int leafDepth = -1;
+    long minFill = 1 << 30;
+    uint32_t le32(size_t at) const { return idx::le32(b, at); }
+    int le16(size_t at) const { return idx::le16(b, at); }
+    // Greatest key of the subtree at block, after checking it.
+    std::string node(uint32_t block, int depth, bool root, std::vector<idx::KeyLine> &out) {
+        EXPECT_GT(block, 0u);
+        EXPECT_LT(static_cast<size_t>(block) * 512 + 512, b.size() + 1);
+        if (block == 0 || static_cast<size_t>(block) * 512 + 512 > b.size() || depth > 40) return {};
+        const size_t at = static_cast<size_t>(block) * 512;
+        const uint32_t n = le32(at);
+        const bool leaf = le32(at + 4) == 0;
+        if (!root) minFill = std::min<long>(minFill, leaf ? n : n + 1);
+        EXPECT_LE(n, static_cast<uint32_t>(m)) << "block " << block;
+        size_t used = 4 + n * il + (leaf ? 0 : 4);
+        for (size_t i = used; i < 512; i++) EXPECT_EQ(b[at + i], 0) << "block " << block << " unused byte " << i;
+        std::string top;
+        for (uint32_t i = 0; i < n + (leaf ? 0 : 1); i++) {
+            const size_t it = at + 4 + i * il;
+            const std::string key(reinterpret_cast<const char *>(&b[it + 8]), static_cast<size_t>(k));
+            if (i < n)
+                for (int p = 8 + k; p < il; p++) EXPECT_EQ(b[it + static_cast<size_t>(p)], 0) << "block " << block << " item " << i << " pad";
+            if (leaf) {
+                EXPECT_EQ(le32(it), 0u) << "block " << block;
+                out.push_back({static_cast<int32_t>(le32(it + 4)), key});
+                top = key;
+                continue;
+            }
+            EXPECT_NE(le32(it), 0u) << "block " << block << " child " << i;
+            if (i < n) EXPECT_EQ(le32(it + 4), 0u) << "block " << block << " record of interior item " << i;
+            const std::string sub = node(le32(it), depth + 1, false, out);
+            // The interior key is the greatest key of its child's subtree.
+            if (i < n) EXPECT_EQ(sub, key) << "block " << block << " interior key " << i;
+            top = sub;
+        }
+        if (leaf) {
+            if (leafDepth < 0) leafDepth = depth;
+            EXPECT_EQ(depth, leafDepth) << "block " << block;
+        }
+        return top;
+    }
+    std::vector<idx::KeyLine> read(const std::string &f) {
+        b = xbt::readFile(f);
+        std::vector<idx::KeyLine> out;
+        EXPECT_GE(b.size(), 1024u);
+        if (b.size() < 1024) return out;
+        k = le16(12), m = le16(14), il = le16(18);
+        EXPECT_EQ(il, (k + 8 + 3) / 4 * 4);
+        EXPECT_EQ(m, (512 - 8) / il);
+        EXPECT_EQ(static_cast<size_t>(le32(4)) * 512, b.size()) << "block count";
+        for (size_t i : {8, 9, 10, 11, 20, 21, 22}) EXPECT_EQ(b[i], 0) << "header byte " << i;
+        const size_t elen = std::strlen(reinterpret_cast<const char *>(&b[24]));
+        for (size_t i = 24 + elen; i < 512; i++) EXPECT_EQ(b[i], 0) << "header byte " << i;
+        node(le32(0), 0, true, out);
+        return out;
+    }
+};
 
 }  // namespace ndxt
