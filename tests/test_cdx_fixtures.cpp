@@ -7,7 +7,6 @@
 
 #include <cstdarg>
 #include <map>
-#include <set>
 
 extern int g_logging;
 
@@ -44,40 +43,6 @@ protected:
     int h = -1;
 };
 
-// Every tag opened by number, in order of creation: six different tags
-// (known by their expressions), each walking like its dump both ways; a tag
-// open already is not opened again, by number or by name in any case.
-TEST_F(CdxFixture, WalksEveryTagBothWaysOpenedByNumber) {
-    std::map<std::string, const cdx::Tag *> byExpr;  // a dump's expression, "u" when unique: its tag
-    for (const cdx::Tag &t : cdx::kTags) {
-        const idx::KeyDump d = idx::readDump(std::string("hbcdx_") + t.name + ".keys.txt");
-        byExpr[d.expr + (d.unique ? "u" : "")] = &t;
-    }
-    std::set<const cdx::Tag *> seen;
-    for (int n = 1; n <= 6; n++) {
-        int tag = -1, again = 12345;
-        ASSERT_EQ(DBfpOpenTag(&tag, h, n), 0) << n;
-        EXPECT_EQ(tag >> 16, n);
-        char expr[256];
-        ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
-        DBFBINDEXINFO info;
-        ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
-        const cdx::Tag *t = byExpr[std::string(expr) + ((info.ftype & 1) ? "u" : "")];
-        ASSERT_TRUE(t && seen.insert(t).second) << expr;
-        ASSERT_EQ(DBfpSetDefaultKeyType(tag, t->type), 0);
-        const std::vector<KeyLine> want = cdx::expected(*t);
-        EXPECT_TRUE(idx::same(cdx::walk(tag, true), want)) << t->name << " forward";
-        EXPECT_TRUE(idx::same(cdx::walk(tag, false), want)) << t->name << " backward";
-        cdx::expectSound(tag, want.size(), t->name, 0);
-        EXPECT_EQ(DBfpOpenTag(&again, h, n), 0);
-        EXPECT_EQ(again, 12345);
-        EXPECT_EQ(DBfpOpenNamedTag(&again, h, cs(t->name)), DBE_TAGINUSE);
-    }
-    int tag = -1;
-    EXPECT_EQ(DBfpOpenTag(&tag, h, 7), DBE_TAGCOUNT);
-    EXPECT_EQ(DBfpCloseIndex(h), 0);
-}
-
 // What each mode answers for a key whose equal entries are [lo, hi) of the
 // n in index order (lo == hi: absent, lo the first greater entry, or n
 // when the key is past every one and the position stays on the last).
@@ -95,17 +60,36 @@ std::vector<idx::ModeAnswer> modeAnswers(size_t lo, size_t hi, size_t n) {
             {15, hi < n ? DBW_KEYNOTFOUND : 0, after}};
 }
 
-// Each entry by key and record; each key, and a key just above it (last
-// byte + 1), in every mode, the current entry left where the mode says; a
-// prefix finds the first key that begins with it; percentages.
-TEST_F(CdxFixture, SearchesEveryModeForEveryKeyAndPercentages) {
-    for (const cdx::Tag &t : cdx::kTags) {
+// Every tag opened by number, in order of creation (known by its
+// expression), walking like its dump both ways; a tag open already is not
+// opened again, by number or by name. Each entry by key and record; each
+// key, and a key just above it (last byte + 1), in every mode, the current
+// entry left where the mode says; a prefix finds the first key that begins
+// with it; percentages.
+TEST_F(CdxFixture, EveryTagByNumberWalksAndSearchesInEveryMode) {
+    for (int number = 1; number <= 6; number++) {
+        const cdx::Tag &t = cdx::kTags[number - 1];  // in order of creation
+        int tag = -1, again = 12345;
+        ASSERT_EQ(DBfpOpenTag(&tag, h, number), 0) << number;
+        EXPECT_EQ(tag >> 16, number);
+        char expr[256];
+        ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
+        EXPECT_STREQ(expr, t.expr);
+        DBFBINDEXINFO info;
+        ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
+        EXPECT_EQ(info.ftype & 1, t.unique);
         SCOPED_TRACE(t.name);
-        const int tag = openTag(t);
+        EXPECT_EQ(DBfpOpenTag(&again, h, number), 0);
+        EXPECT_EQ(again, 12345);
+        EXPECT_EQ(DBfpOpenNamedTag(&again, h, cs(t.name)), DBE_TAGINUSE);
+        ASSERT_EQ(DBfpSetDefaultKeyType(tag, t.type), 0);
         int p = -1;
         ASSERT_EQ(DBfpGetKeyPercent(tag, &p), DBW_KEYNOTFOUND) << "no current key yet";
         const size_t k = static_cast<size_t>(cdx::keylen(tag));
         const std::vector<KeyLine> want = cdx::expected(t);
+        EXPECT_TRUE(idx::same(cdx::walk(tag, true), want)) << "forward";
+        EXPECT_TRUE(idx::same(cdx::walk(tag, false), want)) << "backward";
+        cdx::expectSound(tag, want.size(), t.name, 0);
         const size_t n = want.size();
         idx::expectFound(cdx::kFam, tag, want, k, 1);
         for (size_t i = 0; i < n; i++) {
@@ -168,6 +152,8 @@ TEST_F(CdxFixture, SearchesEveryModeForEveryKeyAndPercentages) {
         }
         ASSERT_EQ(DBfpCloseTag(tag), 0);
     }
+    int tag = -1;
+    EXPECT_EQ(DBfpOpenTag(&tag, h, 7), DBE_TAGCOUNT);
 }
 
 // Every leaf of every tag, found by reading the file, decoded with the leaf

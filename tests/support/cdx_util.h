@@ -14,7 +14,7 @@ namespace cdx {
 using idx::cs;
 using idx::KeyLine;
 
-// The six tags of hbcdx.cdx as Harbour made them.
+// The six tags of hbcdx.cdx as Harbour made them, in order of creation.
 struct Tag {
     const char *name;   // dump file part and tag name (upper case in the file)
     char type;          // 'C', 'N', 'D'
