@@ -70,8 +70,8 @@ TEST_F(CdxBuild, EveryHarbourTagBuiltAfreshWalksLikeItsDump) {
             // What a reader of the format sees in the header.
             const std::vector<uint8_t> b = xbt::readFile(f);
             EXPECT_EQ(b[14], (compact ? 0x20 : 0) | (s.unique ? 1 : 0));
-            EXPECT_EQ(cdx::le16(b, 12), s.keylen);
-            if (!compact) EXPECT_EQ(cdx::le32(b, 8), b.size()) << "end of file recorded";
+            EXPECT_EQ(idx::le16(b, 12), s.keylen);
+            if (!compact) EXPECT_EQ(idx::le32(b, 8), b.size()) << "end of file recorded";
             EXPECT_EQ(b.size() % 512, 0u);
             ASSERT_EQ(DBfbOpenIndex(&h, cs(f.c_str()), DBO_READONLY), 0);
             DBfbSetDefaultKeyType(h, s.type);
@@ -175,8 +175,8 @@ TEST_F(CdxBuild, NewFilesHaveTheLayoutOtherProgramsRead) {
         {0, 4, 1024}, {4, 4, 0xFFFFFFFF}, {12, 2, 10}, {14, 1, 0xE0}, {510, 2, 1}, {1024, 2, 3}, {1026, 2, 0},
         {1028, 4, 0xFFFFFFFF}, {1032, 4, 0xFFFFFFFF}, {1036, 2, 488}, {1045, 1, 4}, {1046, 1, 4}};
     for (const auto &fd : fields)
-        EXPECT_EQ(fd.bytes == 4 ? cdx::le32(b, fd.at) : fd.bytes == 2 ? cdx::le16(b, fd.at) : b[fd.at], fd.v) << fd.at;
-    EXPECT_EQ(cdx::le32(b, 1038), (1u << b[1044]) - 1);  // the record mask agrees with its width
+        EXPECT_EQ(fd.bytes == 4 ? idx::le32(b, fd.at) : fd.bytes == 2 ? idx::le16(b, fd.at) : b[fd.at], fd.v) << fd.at;
+    EXPECT_EQ(idx::le32(b, 1038), (1u << b[1044]) - 1);  // the record mask agrees with its width
     EXPECT_EQ(b[1044] + b[1045] + b[1046], 8 * b[1047]);
     int h = -1;
     ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
@@ -189,7 +189,7 @@ TEST_F(CdxBuild, NewFilesHaveTheLayoutOtherProgramsRead) {
     EXPECT_STREQ(info.forexpr, "ACTIVE");
     EXPECT_EQ(info.ftype, 0x68);
     ASSERT_EQ(DBfpCloseIndex(h), 0);
-    EXPECT_EQ(cdx::le16(xbt::readFile(f), 1026), 1);  // the directory's one entry
+    EXPECT_EQ(idx::le16(xbt::readFile(f), 1026), 1);  // the directory's one entry
 }
 
 }  // namespace

@@ -179,10 +179,10 @@ TEST_F(CdxTree, LongRunsOfEqualKeys) {
     const std::vector<uint8_t> b = xbt::readFile(f);
     int leaves = 0;
     for (size_t p = 1024; p + 512 <= b.size(); p += 512) {
-        if (!(cdx::le16(b, p) & 2) || cdx::le16(b, p + 2) == 0) continue;
+        if (!(idx::le16(b, p) & 2) || idx::le16(b, p + 2) == 0) continue;
         leaves++;
         const int B = b[p + 23], R = b[p + 20], D = b[p + 21];
-        for (int j = 0; j < cdx::le16(b, p + 2); j++) {
+        for (int j = 0; j < idx::le16(b, p + 2); j++) {
             uint64_t v = 0;
             for (int x = 0; x < B; x++) v |= static_cast<uint64_t>(b[p + 24 + static_cast<size_t>(j * B + x)]) << (8 * x);
             const int dup = static_cast<int>((v >> R) & ((1u << D) - 1));

@@ -112,21 +112,18 @@ inline void expectSound(int tag, size_t keys, const std::string &what, int stric
     EXPECT_EQ(chk.keys, static_cast<int32_t>(keys)) << what;
 }
 
-using idx::be32;
-using idx::le16;
-using idx::le32;
-
 // The leaves of the tree at `root`, left to right, by descending the items
 // (compact interior items: key, record, child; the child is at k + 4).
 inline void leaves(const std::vector<uint8_t> &f, uint32_t page, int k, std::vector<uint32_t> &out, int depth = 0) {
     ASSERT_LT(depth, 20);
     ASSERT_LE(page + 512, f.size());
-    if (le16(f, page) & 2) {
+    if (idx::le16(f, page) & 2) {
         out.push_back(page);
         return;
     }
-    const int n = le16(f, page + 2);
-    for (int i = 0; i < n; i++) leaves(f, be32(f, page + 12 + static_cast<size_t>(i) * (k + 8) + k + 4), k, out, depth + 1);
+    const int n = idx::le16(f, page + 2);
+    for (int i = 0; i < n; i++)
+        leaves(f, idx::be32(f, page + 12 + static_cast<size_t>(i) * (k + 8) + k + 4), k, out, depth + 1);
 }
 
 }  // namespace cdx
