@@ -1,7 +1,5 @@
 // IDX files made byte by byte from the format's layouts and read back; then
-// bad input: every open check in its order, tags that are not there, too
-// many, out of range or open twice, damaged pages of every kind, and wrong
-// arguments to every change - each a status, the file left as it was.
+// bad files and wrong arguments: each a status, the file left as it was.
 #include "cdx_util.h"
 
 #include "btree.h"
@@ -78,9 +76,7 @@ void compactLeaf(Bytes &f, size_t p, int32_t left, int32_t right, int k, const s
 std::vector<KeyLine> names(int from, int n, int k) {
     std::vector<KeyLine> v;
     for (int i = 0; i < n; i++) {
-        char b[32];
-        std::snprintf(b, sizeof b, "N%03d%s", from + i, i % 3 ? "X" : "");
-        std::string s(b);
+        std::string s = "N" + std::to_string(1000 + from + i).substr(1) + (i % 3 ? "X" : "");
         s.resize(static_cast<size_t>(k), ' ');
         v.push_back({100 + from + i, s});
     }

@@ -1,8 +1,5 @@
-// The compound index Harbour wrote over hbcdx.dbf: every tag, opened by name
-// and by number, walked both ways, searched in every mode, positioned by
-// percentage; its leaves decoded with the public leaf routines. (The key of
-// every record made as Harbour made it: CdxBuild, which builds each tag
-// afresh from the table.)
+// The compound index Harbour wrote over hbcdx.dbf, read through the public
+// calls. (Each record's key made as Harbour made it: CdxBuild.)
 #include "cdx_util.h"
 
 #include <cstdarg>

@@ -1,8 +1,6 @@
-// CDX and IDX files shared between processes: the lock byte where other
-// programs look for it (seen from another process with F_GETLK), a shared
-// reader that keeps its place by key while another process changes the
-// tree, two writers adding under the index lock without losing a key, and a
-// reader in a third process that never meets a torn tree.
+// CDX and IDX files shared between processes: lock bytes as another process
+// sees them, a reader that keeps its place, writers that lose no key while a
+// reader never meets a torn tree.
 #include "cdx_util.h"
 
 #include <unistd.h>
@@ -16,12 +14,6 @@ namespace {
 
 // Lock refusals are statuses: a process that must wait retries.
 bool refused(int rc) { return rc == DBE_LOCKVIOLATION || (static_cast<uint32_t>(rc) & 0xC0000000u) == 0xC0000000u; }
-
-int retry(int (*call)(int, char *, int32_t), int tag, char *key, int32_t rec) {
-    int rc;
-    while (refused(rc = call(tag, key, rec))) usleep(200);
-    return rc;
-}
 
 std::string keyOf(int i) {
     char b[16];
@@ -139,8 +131,10 @@ TEST_F(CdxShare, TwoWritersLoseNothingAndAReaderNeverSeesATornTree) {
             int h = -1, tag = -1;
             if (DBfpOpenIndex(&h, cs(f.c_str()), DBO_AUTOLOCK) != 0 || DBfpOpenNamedTag(&tag, h, cs("keys")) != 0) return 2;
             DBfpSetDefaultKeyType(tag, 'C');
-            for (int i = 0; i < per; i++)
-                if (retry(DBfpAddKey, tag, cs(keyOf(i * 2 + w).c_str()), i * 2 + w + 1) != 0) return 4;
+            for (int i = 0, rc; i < per; i++) {
+                while (refused(rc = DBfpAddKey(tag, cs(keyOf(i * 2 + w).c_str()), i * 2 + w + 1))) usleep(200);
+                if (rc != 0) return 4;
+            }
             return DBfpCloseIndex(h) != 0 ? 5 : 0;
         });
     const pid_t reader = xbt::spawn([&] {

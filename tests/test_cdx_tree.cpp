@@ -1,8 +1,5 @@
-// Trees under change: long random runs of adds and deletes against an
-// in-memory model, the whole tag checked every so often, in compact and
-// non-compact files, one tag and several in one file, reopened, exclusive
-// and shared write-through; record numbers that widen a leaf's record
-// field; freed pages reused before the file grows; long runs of equal keys.
+// Trees under change against an in-memory model: long random runs in every
+// kind of file and open mode, freed pages reused, long runs of equal keys.
 #include "cdx_util.h"
 
 using cdx::cs;
