@@ -133,11 +133,7 @@ TEST_F(CdxTree, RandomChangesMatchTheModel) {
 TEST_F(CdxTree, FreedPagesAreReusedBeforeTheFileGrows) {
     const std::string f = path("r.idx");
     const int h = cdx::newIdx(f, 'C' | 0x400, 16);
-    auto key = [](char c, int v) {
-        char b[16];
-        std::snprintf(b, sizeof b, "%c%08d", c, v);
-        return std::string(b);
-    };
+    auto key = [](char c, int v) { return c + std::to_string(100000000 + v).substr(1); };
     for (int i = 0; i < 6000; i++) ASSERT_EQ(DBfpAddKey(h, cs(key('K', i * 7919 % 6000).c_str()), i + 1), 0);
     // Most of the key range goes: whole leaves empty and are freed.
     for (int i = 0; i < 6000; i++)
