@@ -265,11 +265,9 @@ TEST_F(CdxBad, TagsMissingTooManyOutOfRangeOrTwice) {
     ASSERT_EQ(DBfpCreateIndex(cs(f.c_str())), 0);
     int h = -1;
     ASSERT_EQ(DBfpOpenIndex(&h, cs(f.c_str()), 0), 0);
-    for (int i = 0; i < 128; i++) {
-        char name[16];
-        std::snprintf(name, sizeof name, "T%03d", i);
-        ASSERT_EQ(DBfpCreateTag(h, name, 'C', cs("NAME"), 10, nullptr), 0) << name;
-    }
+    auto name = [](int i) { return "T" + std::to_string(1000 + i).substr(1); };
+    for (int i = 0; i < 128; i++)
+        ASSERT_EQ(DBfpCreateTag(h, cs(name(i).c_str()), 'C', cs("NAME"), 10, nullptr), 0) << name(i);
     cdx::expectSound(h, 128, "directory of 128 tags");
     int tag = -1;
     for (const char *name : {"NOSUCH", "", "ABCDEFGHIJK", "T00"})  // a prefix is not a name
@@ -280,11 +278,8 @@ TEST_F(CdxBad, TagsMissingTooManyOutOfRangeOrTwice) {
     int t2 = -1;
     ASSERT_EQ(DBfpOpenNamedTag(&t2, h, cs("t000")), 0);
     EXPECT_EQ(t2 >> 16, 1) << "the first tag created";
-    for (int i = 1; i < 128; i++) {
-        char name[16];
-        std::snprintf(name, sizeof name, "T%03d", i);
-        ASSERT_EQ(DBfpOpenNamedTag(&tag, h, name), i < 127 ? 0 : DBE_MAXTAGS) << name;
-    }
+    for (int i = 1; i < 128; i++)
+        ASSERT_EQ(DBfpOpenNamedTag(&tag, h, cs(name(i).c_str())), i < 127 ? 0 : DBE_MAXTAGS) << name(i);
     DBFPINDEXINFO fi;
     ASSERT_EQ(DBfpGetIndexInfo(h, &fi), 0);
     EXPECT_EQ(fi.usedtags, 128);

@@ -38,46 +38,43 @@ TEST_F(CdxShare, LockBytesSeenFromAnotherProcess) {
     const std::string c = make("l.cdx", 3);
     const std::string i = path("l.idx");
     ASSERT_EQ(DBfbCreateIndex(cs(i.c_str()), 'C', cs("NAME"), 8, nullptr), 0);
-    struct Case {
-        std::string file;
-        uint32_t byte;
-    } cases[] = {{c, 0x7FFFFFFEu}, {i, 0x40000000u}};
-    for (const Case &k : cases) {
+    const std::pair<std::string, uint32_t> cases[] = {{c, 0x7FFFFFFEu}, {i, 0x40000000u}};
+    for (const auto &[file, byte] : cases) {
         int h = -1;
-        ASSERT_EQ(DBfpOpenIndex(&h, cs(k.file.c_str()), DBO_SHARED), 0);
-        EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked);
+        ASSERT_EQ(DBfpOpenIndex(&h, cs(file.c_str()), DBO_SHARED), 0);
+        EXPECT_FALSE(xbt::probeLock(file, byte, 1).blocked);
         for (int type : {0, 2}) {
             ASSERT_EQ(DBfpLockIndex(h, type, cs(__FILE__), __LINE__), 0);
-            const xbt::LockSeen seen = xbt::probeLock(k.file, 0, 0x80000000u);
-            EXPECT_TRUE(seen.blocked) << k.file << " type " << type;
-            EXPECT_EQ(seen.start, static_cast<int64_t>(k.byte));
+            const xbt::LockSeen seen = xbt::probeLock(file, 0, 0x80000000u);
+            EXPECT_TRUE(seen.blocked) << file << " type " << type;
+            EXPECT_EQ(seen.start, static_cast<int64_t>(byte));
             EXPECT_EQ(seen.len, 1);
             DBFPINDEXINFO info;
             ASSERT_EQ(DBfpGetIndexInfo(h, &info), 0);
             EXPECT_EQ(info.lockt, 4);
             ASSERT_EQ(DBfpUnLockIndex(h, nullptr, 0), 0);
-            EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked);
+            EXPECT_FALSE(xbt::probeLock(file, byte, 1).blocked);
         }
         // Held by another process: refused, not waited for.
         {
-            xbt::ChildLock other(k.file, k.byte, 1);
+            xbt::ChildLock other(file, byte, 1);
             ASSERT_TRUE(other.ok());
             EXPECT_TRUE(refused(DBfpLockIndex(h, 0, nullptr, 0)));
         }
         ASSERT_EQ(DBfpCloseIndex(h), 0);
         // An exclusive open does not lock at all.
-        ASSERT_EQ(DBfpOpenIndex(&h, cs(k.file.c_str()), 0), 0);
+        ASSERT_EQ(DBfpOpenIndex(&h, cs(file.c_str()), 0), 0);
         ASSERT_EQ(DBfpLockIndex(h, 0, nullptr, 0), 0);
-        EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked);
+        EXPECT_FALSE(xbt::probeLock(file, byte, 1).blocked);
         ASSERT_EQ(DBfpCloseIndex(h), 0);
         // A header that cannot be read (another process cut the file short)
         // fails the lock, and the byte is given back: kept, the handle would
         // take itself for locked from then on.
-        ASSERT_EQ(DBfpOpenIndex(&h, cs(k.file.c_str()), DBO_SHARED), 0);
-        ASSERT_EQ(truncate(k.file.c_str(), 0), 0);
+        ASSERT_EQ(DBfpOpenIndex(&h, cs(file.c_str()), DBO_SHARED), 0);
+        ASSERT_EQ(truncate(file.c_str(), 0), 0);
         for (int round = 0; round < 2; round++) {
-            EXPECT_LT(DBfpLockIndex(h, 0, nullptr, 0), 0) << k.file << " round " << round;
-            EXPECT_FALSE(xbt::probeLock(k.file, k.byte, 1).blocked) << k.file << " round " << round;
+            EXPECT_LT(DBfpLockIndex(h, 0, nullptr, 0), 0) << file << " round " << round;
+            EXPECT_FALSE(xbt::probeLock(file, byte, 1).blocked) << file << " round " << round;
         }
         EXPECT_EQ(DBfpCloseIndex(h), 0);
     }
