@@ -35,7 +35,6 @@ protected:
         file = fixture("hbcdx.cdx");
         ASSERT_EQ(DBfpOpenIndex(&h, cs(file.c_str()), 0), 0);
     }
-    int openTag(const cdx::Tag &t) { return cdx::openTag(h, t.name, t.type); }
     std::string file;
     int h = -1;
 };
@@ -155,15 +154,15 @@ TEST_F(CdxFixture, EveryTagByNumberWalksAndSearchesInEveryMode) {
 
 // Every leaf of every tag, found by reading the file, decoded with the leaf
 // routines: the entries are the dump's, and the stored lengths add up with
-// the free-space field.
-TEST_F(CdxFixture, LeafRoutinesDecodeEveryLeafAndAccountForItsBytes) {
+// the free-space field. Then the leaf dump and the lock trace.
+TEST_F(CdxFixture, LeafRoutinesDecodeEveryLeafAndTheDumpsPrintThroughTheHostHook) {
     const std::vector<uint8_t> f = xbt::readFile(file);
     // The directory: tag names and header offsets.
     std::map<std::string, uint32_t> headers;
     for (const KeyLine &l : cdx::walk(h)) headers[l.key.substr(0, l.key.find(' '))] = static_cast<uint32_t>(l.rec);
     ASSERT_EQ(headers.size(), 6u);
     for (const cdx::Tag &t : cdx::kTags) {
-        const int tag = openTag(t);
+        const int tag = cdx::openTag(h, t.name, t.type);
         const uint32_t hdr = headers[cdx::upper(t.name)];
         const int k = idx::le16(f, hdr + 12);
         std::vector<uint32_t> pages;
@@ -227,6 +226,24 @@ TEST_F(CdxFixture, LeafRoutinesDecodeEveryLeafAndAccountForItsBytes) {
         EXPECT_TRUE(idx::same(got, cdx::expected(t))) << std::string(t.name) + " leaves";
         ASSERT_EQ(DBfpCloseTag(tag), 0);
     }
+    // The leaf dump prints through the host's vorn_debugf; so does the lock
+    // trace while g_logging is on.
+    char page[512];
+    std::memcpy(page, f.data() + 0x400, 512);  // the directory's root leaf
+    g_debug.clear();
+    ASSERT_EQ(DBfpDumpLeaf(h, page), 0);
+    EXPECT_NE(g_debug.find("numberofkeys=6\n"), std::string::npos) << g_debug;
+    EXPECT_NE(g_debug.find("recnummask=ffff\n"), std::string::npos);
+    EXPECT_NE(g_debug.find("numberofbytesfor_recnum_duplicate_trailing=3\n"), std::string::npos);
+    EXPECT_NE(g_debug.find("key='BYAMOUNT  '"), std::string::npos);
+    std::memcpy(page, f.data(), 512);
+    EXPECT_EQ(DBfpDumpLeaf(h, page), DBE_CORRUPT) << "a header is no leaf";
+    g_logging = 1;
+    g_debug.clear();
+    EXPECT_EQ(DBfpLockIndex(h, 0, cs("caller.c"), 42), 0);
+    EXPECT_NE(g_debug.find("caller.c:42"), std::string::npos) << g_debug;
+    g_logging = 0;
+    EXPECT_EQ(DBfpUnLockIndex(h, nullptr, 0), 0);
 }
 
 // Keys and values: numbers order as bytes and come back, dates count days as
@@ -266,29 +283,6 @@ TEST(CdxKeys, NumbersAndDatesInKeyForm) {
     EXPECT_EQ(DBfpDoubleToKey(nullptr, 1.0), DBE_NULLPARAM);
     EXPECT_EQ(DBfpKeyToDate(nullptr, k), DBE_NULLPARAM);
     DBTerminate();
-}
-
-// The leaf dump prints through the host's vorn_debugf; so does the lock
-// trace while g_logging is on.
-TEST_F(CdxFixture, LeafDumpAndLockTracePrintThroughTheHostHook) {
-    int tag = openTag(cdx::kTags[0]);
-    const std::vector<uint8_t> f = xbt::readFile(file);
-    char page[512];
-    std::memcpy(page, f.data() + 0x400, 512);  // the directory's root leaf
-    g_debug.clear();
-    ASSERT_EQ(DBfpDumpLeaf(h, page), 0);
-    EXPECT_NE(g_debug.find("numberofkeys=6\n"), std::string::npos) << g_debug;
-    EXPECT_NE(g_debug.find("recnummask=ffff\n"), std::string::npos);
-    EXPECT_NE(g_debug.find("numberofbytesfor_recnum_duplicate_trailing=3\n"), std::string::npos);
-    EXPECT_NE(g_debug.find("key='BYAMOUNT  '"), std::string::npos);
-    std::memcpy(page, f.data(), 512);
-    EXPECT_EQ(DBfpDumpLeaf(h, page), DBE_CORRUPT) << "a header is no leaf";
-    g_logging = 1;
-    g_debug.clear();
-    EXPECT_EQ(DBfpLockIndex(tag, 0, cs("caller.c"), 42), 0);
-    EXPECT_NE(g_debug.find("caller.c:42"), std::string::npos) << g_debug;
-    g_logging = 0;
-    EXPECT_EQ(DBfpUnLockIndex(tag, nullptr, 0), 0);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // cdx_util.h - what the CDX and IDX suites share: the Harbour fixture's tags
-// and how their dumps show keys, new files and tags over NAME, walks, checks,
-// and raw reads of pages.
+// and their dumps, new files and tags over NAME, walks, checks, leaf pages.
 #pragma once
 
 #include "index_util.h"
@@ -87,9 +86,8 @@ inline int newIdx(const std::string &f, int mode, int k, const char *expr = "NAM
     return h;
 }
 
-// The moves and searches of a tag or an IDX file (the DBfp calls take
-// both), and the DBfb calls of IDX files, for index_util's walks and
-// searches.
+// The moves and searches of a tag or an IDX file (the DBfp calls take both),
+// and the DBfb calls of IDX files, for index_util's walks and searches.
 inline const idx::Fam kFam = {.name = "CDX", .ext = ".cdx", .page = 512, .add = DBfpAddKey, .del = DBfpDeleteKey,
     .search = DBfpKeySearch, .first = DBfpGoFirstKey, .last = DBfpGoLastKey, .next = DBfpGoNextKey,
     .prev = DBfpGoPreviousKey, .current = DBfpGetCurrentKey, .check = DBfpCheckTag};
