@@ -56,17 +56,18 @@ std::vector<idx::ModeAnswer> modeAnswers(size_t lo, size_t hi, size_t n) {
             {15, hi < n ? DBW_KEYNOTFOUND : 0, after}};
 }
 
-// Every tag opened by number, in order of creation (known by its
-// expression), walking like its dump both ways; a tag open already is not
+// Every tag opened by number, in order of creation (its expression and
+// unique flag the ones kTags lists), walking like its dump both ways; a tag open already is not
 // opened again, by number or by name. Each entry by key and record; each
 // key, and a key just above it (last byte + 1), in every mode, the current
 // entry left where the mode says; a prefix finds the first key that begins
 // with it; percentages.
 TEST_F(CdxFixture, EveryTagByNumberWalksAndSearchesInEveryMode) {
     for (int number = 1; number <= 6; number++) {
-        const cdx::Tag &t = cdx::kTags[number - 1];  // in order of creation
+        const cdx::Tag &t = cdx::kTags[number - 1];
+        SCOPED_TRACE(t.name);
         int tag = -1, again = 12345;
-        ASSERT_EQ(DBfpOpenTag(&tag, h, number), 0) << number;
+        ASSERT_EQ(DBfpOpenTag(&tag, h, number), 0);
         EXPECT_EQ(tag >> 16, number);
         char expr[256];
         ASSERT_EQ(DBfpGetIndexKeyExpr(tag, expr), 0);
@@ -74,7 +75,6 @@ TEST_F(CdxFixture, EveryTagByNumberWalksAndSearchesInEveryMode) {
         DBFBINDEXINFO info;
         ASSERT_EQ(DBfbGetIndexInfo(tag, &info), 0);
         EXPECT_EQ(info.ftype & 1, t.unique);
-        SCOPED_TRACE(t.name);
         EXPECT_EQ(DBfpOpenTag(&again, h, number), 0);
         EXPECT_EQ(again, 12345);
         EXPECT_EQ(DBfpOpenNamedTag(&again, h, cs(t.name)), DBE_TAGINUSE);
