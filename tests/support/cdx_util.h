@@ -1,6 +1,5 @@
 // cdx_util.h - what the CDX and IDX suites share: the Harbour fixture's tags
-// and how their dumps show keys, new files and tags over NAME, walks, checks,
-// and raw reads of pages.
+// and their dumps, new files and tags over NAME, walks, checks, leaf pages.
 #pragma once
 
 #include "index_util.h"
@@ -14,7 +13,7 @@ namespace cdx {
 using idx::cs;
 using idx::KeyLine;
 
-// The six tags of hbcdx.cdx as Harbour made them.
+// The six tags of hbcdx.cdx as Harbour made them, in order of creation.
 struct Tag {
     const char *name;   // dump file part and tag name (upper case in the file)
     char type;          // 'C', 'N', 'D'
@@ -87,9 +86,8 @@ inline int newIdx(const std::string &f, int mode, int k, const char *expr = "NAM
     return h;
 }
 
-// The moves and searches of a tag or an IDX file (the DBfp calls take
-// both), and the DBfb calls of IDX files, for index_util's walks and
-// searches.
+// The moves and searches of a tag or an IDX file (the DBfp calls take both),
+// and the DBfb calls of IDX files, for index_util's walks and searches.
 inline const idx::Fam kFam = {.name = "CDX", .ext = ".cdx", .page = 512, .add = DBfpAddKey, .del = DBfpDeleteKey,
     .search = DBfpKeySearch, .first = DBfpGoFirstKey, .last = DBfpGoLastKey, .next = DBfpGoNextKey,
     .prev = DBfpGoPreviousKey, .current = DBfpGetCurrentKey, .check = DBfpCheckTag};
@@ -112,21 +110,18 @@ inline void expectSound(int tag, size_t keys, const std::string &what, int stric
     EXPECT_EQ(chk.keys, static_cast<int32_t>(keys)) << what;
 }
 
-using idx::be32;
-using idx::le16;
-using idx::le32;
-
 // The leaves of the tree at `root`, left to right, by descending the items
 // (compact interior items: key, record, child; the child is at k + 4).
 inline void leaves(const std::vector<uint8_t> &f, uint32_t page, int k, std::vector<uint32_t> &out, int depth = 0) {
     ASSERT_LT(depth, 20);
     ASSERT_LE(page + 512, f.size());
-    if (le16(f, page) & 2) {
+    if (idx::le16(f, page) & 2) {
         out.push_back(page);
         return;
     }
-    const int n = le16(f, page + 2);
-    for (int i = 0; i < n; i++) leaves(f, be32(f, page + 12 + static_cast<size_t>(i) * (k + 8) + k + 4), k, out, depth + 1);
+    const int n = idx::le16(f, page + 2);
+    for (int i = 0; i < n; i++)
+        leaves(f, idx::be32(f, page + 12 + static_cast<size_t>(i) * (k + 8) + k + 4), k, out, depth + 1);
 }
 
 }  // namespace cdx
