@@ -148,7 +148,8 @@ struct Layout {
             const size_t it = at + 4 + i * il;
             const std::string key(reinterpret_cast<const char *>(&b[it + 8]), static_cast<size_t>(k));
             if (i < n)
-                for (int p = 8 + k; p < il; p++) EXPECT_EQ(b[it + static_cast<size_t>(p)], 0) << "block " << block << " item " << i << " pad";
+                for (int p = 8 + k; p < il; p++)
+                    EXPECT_EQ(b[it + static_cast<size_t>(p)], 0) << "block " << block << " item " << i << " pad";
             if (leaf) {
                 EXPECT_EQ(le32(it), 0u) << "block " << block;
                 out.push_back({static_cast<int32_t>(le32(it + 4)), key});
