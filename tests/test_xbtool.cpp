@@ -13,8 +13,8 @@ protected:
         const char *b = std::getenv("XB_BUILD_DIR");
         ASSERT_NE(b, nullptr);
         tool_ = std::string(b) + "/tools/xbtool";
-        for (const char *f : {"hbntx.dbt", "hbntx_byname.ntx", "hbntx_byamount.ntx", "hbntx_ucity.ntx",
-                              "hbntx_byhired.ntx", "hbcdx.fpt", "py_vfp.dbf", "py_vfp.fpt"})
+        for (const char *f : {"hbntx.dbt", "hbntx_byname.ntx", "hbntx_byamount.ntx", "hbntx_ucity.ntx", "hbntx_byhired.ntx",
+                              "hbntx_bycity.ntx", "hbntx_byqty.ntx", "hbcdx.fpt", "py_vfp.dbf", "py_vfp.fpt"})
             fixture(f);
         openableFixture("hbntx.dbf");
         openableFixture("hbcdx.dbf");
@@ -112,10 +112,12 @@ TEST_F(XbTool, DumpMatchesTheRecordsFile) {
     says("dump cut.dbf", 1, "cut.dbf: ERROR - file read failure");
 }
 
-// check finds a sound index sound, and a damaged or stale one not;
-// reindex rebuilds it in place; pack packs table and memo file.
+// check finds a sound index sound (Harbour's six NTX files: each record's
+// key as we make it is the one Harbour stored), and a damaged or stale one
+// not; reindex rebuilds it in place; pack packs table and memo file.
 TEST_F(XbTool, CheckReindexAndPack) {
-    for (const char *ix : {"hbntx_byname.ntx", "hbntx_byamount.ntx", "hbntx_ucity.ntx", "hbntx_byhired.ntx"})
+    for (const char *ix : {"hbntx_byname.ntx", "hbntx_byamount.ntx", "hbntx_ucity.ntx", "hbntx_byhired.ntx",
+                           "hbntx_bycity.ntx", "hbntx_byqty.ntx"})
         ok(std::string("check hbntx.dbf ") + ix);
     // A key changed in the file: the index no longer agrees with the table;
     // rebuilt, it agrees again.
